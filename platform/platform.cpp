@@ -15,6 +15,8 @@ Platform& platform() {
     return linux_platform;
 }
 
-void install_platform(Platform* p) { installed.store(p, std::memory_order_release); }
+void install_platform(Platform* p) {
+    installed.store(p, std::memory_order_release);
+}
 
 }  // namespace zoomaf

@@ -36,8 +36,8 @@ public:
     // Every nanosleep/usleep/sleep of the service; returns nanosleep's result (0 or -1)
     // so that the callers that report a failed sleep can do so.
     virtual int sleep_ns(uint64_t ns) = 0;
-    virtual timespec monotonic() = 0;        // clock_gettime(CLOCK_MONOTONIC)
-    virtual timeval wall() = 0;              // gettimeofday
+    virtual timespec monotonic() = 0;  // clock_gettime(CLOCK_MONOTONIC)
+    virtual timeval wall() = 0;        // gettimeofday
 };
 
 // The real kernel.
