@@ -1,0 +1,105 @@
+// Service-style access to a twin board for the tests: every helper goes through the
+// Platform methods with the kernel's own requests and structures, as the motor driver does.
+#pragma once
+
+#include <fcntl.h>
+#include <linux/spi/spidev.h>
+#include <sys/ioctl.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "twin/board.hpp"
+
+namespace zoomaf::twin::test {
+
+// open, write, close; the result of write (or of open when it failed), errno kept.
+inline ssize_t write_path(Platform& p, const std::string& path, std::string_view bytes) {
+    const int fd = p.open(path.c_str(), O_WRONLY);
+    if (fd < 0) return -1;
+    const ssize_t written = p.write(fd, bytes.data(), bytes.size());
+    const int saved = errno;
+    p.close(fd);
+    errno = saved;
+    return written;
+}
+
+// open, read up to 64 bytes, close; "<error>" when open or read failed (errno kept).
+inline std::string read_path(Platform& p, const std::string& path) {
+    const int fd = p.open(path.c_str(), O_RDONLY);
+    if (fd < 0) return "<error>";
+    char buf[64];
+    const ssize_t n = p.read(fd, buf, sizeof buf);
+    const int saved = errno;
+    p.close(fd);
+    errno = saved;
+    return n < 0 ? "<error>" : std::string(buf, static_cast<size_t>(n));
+}
+
+inline std::string gpio_file(int line, const char* file) {
+    return "/sys/class/gpio/gpio" + std::to_string(line) + "/" + file;
+}
+
+// Exports a line the way the driver does: three bytes of a zero-terminated number.
+inline ssize_t export_line(Platform& p, int line) {
+    std::array<char, 8> text{};
+    std::snprintf(text.data(), text.size(), "%d", line);
+    return write_path(p, "/sys/class/gpio/export", std::string_view(text.data(), 3));
+}
+
+inline void make_output(Platform& p, int line) {
+    export_line(p, line);
+    write_path(p, gpio_file(line, "direction"), "out");
+}
+
+inline ssize_t set_value(Platform& p, int line, int level) {
+    return write_path(p, gpio_file(line, "value"), level == 1 ? "1" : "0");
+}
+
+inline int open_spi(Platform& p, uint32_t mode = SPI_LSB_FIRST) {
+    const int fd = p.open("/dev/spidev1.0", O_RDWR);
+    p.ioctl(fd, SPI_IOC_WR_MODE32, &mode);
+    return fd;
+}
+
+struct Transfer {
+    int result;
+    std::vector<uint8_t> rx;
+};
+
+// One SPI_IOC_MESSAGE(1) with a real spi_ioc_transfer.
+inline Transfer transfer(Platform& p, int fd, std::vector<uint8_t> tx) {
+    Transfer out{0, std::vector<uint8_t>(tx.size(), 0xEE)};
+    spi_ioc_transfer t{};
+    t.tx_buf = reinterpret_cast<uintptr_t>(tx.data());
+    t.rx_buf = reinterpret_cast<uintptr_t>(out.rx.data());
+    t.len = static_cast<uint32_t>(tx.size());
+    out.result = p.ioctl(fd, SPI_IOC_MESSAGE(1), &t);
+    return out;
+}
+
+// A register frame inside chip select, as the motor driver sends it (CS must be an output).
+inline Transfer chip_frame(Platform& p, int fd, uint8_t addr, uint16_t value) {
+    set_value(p, Board::kChipSelectGpio, 1);
+    Transfer t = transfer(
+        p, fd, {addr, static_cast<uint8_t>(value & 0xFF), static_cast<uint8_t>(value >> 8)});
+    set_value(p, Board::kChipSelectGpio, 0);
+    return t;
+}
+
+inline uint16_t chip_read(Platform& p, int fd, uint8_t addr) {
+    const Transfer t = chip_frame(p, fd, static_cast<uint8_t>(addr + 0x40), 0);
+    return static_cast<uint16_t>(t.rx[1] | (t.rx[2] << 8));
+}
+
+inline void vd_pulse(Platform& p) {
+    set_value(p, Board::kVdGpio, 1);
+    set_value(p, Board::kVdGpio, 0);
+}
+
+}  // namespace zoomaf::twin::test

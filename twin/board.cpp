@@ -1,0 +1,418 @@
+#include "twin/board.hpp"
+
+#include <sys/prctl.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+
+#include "twin/random.hpp"
+
+namespace zoomaf::twin {
+
+namespace {
+
+int start_position(std::optional<int> configured, int min, int max, SeededRandom& random) {
+    const int drawn = static_cast<int>(random.between(min, max));  // drawn always: stable stream
+    return configured.value_or(drawn);
+}
+
+template <typename T>
+T fail(int error, T result) {
+    errno = error;
+    return result;
+}
+
+// Real-time sleeps are paced to microseconds; the default 50 us timer slack of a thread
+// would eat the service's pacing budget.
+void tighten_timer_slack() {
+    thread_local bool tightened = false;
+    if (!tightened) {
+        ::prctl(PR_SET_TIMERSLACK, 1UL, 0UL, 0UL, 0UL);
+        tightened = true;
+    }
+}
+
+}  // namespace
+
+Board::Board(BoardConfig config)
+    : config_(std::move(config)),
+      clock_(config_.seed),
+      sandbox_(config_.sandbox),
+      injector_(config_.seed),
+      ipc_(config_.seed),
+      gpio_(devices_, clock_),
+      zoom_(LensMotor::kZoomMin, LensMotor::kZoomMax, LensMotor::kZoomMin),
+      focus_(LensMotor::kFocusMin, LensMotor::kFocusMax, LensMotor::kFocusMin),
+      chip_(config_.driver, zoom_, focus_, clock_) {
+    SeededRandom random(seed_stream(config_.seed, 4));
+    zoom_.set_position(
+        start_position(config_.zoom_start, LensMotor::kZoomMin, LensMotor::kZoomMax, random));
+    focus_.set_position(
+        start_position(config_.focus_start, LensMotor::kFocusMin, LensMotor::kFocusMax, random));
+
+    gpio_.preset_input(kZoomPiGpio, pi_raw_level(Motor::zoom));
+    gpio_.preset_input(kFocusPiGpio, pi_raw_level(Motor::focus));
+    gpio_.set_listener([this](int line, int level) { on_gpio_change(line, level); });
+
+    spi_ = std::make_shared<SpiDevice>([this](std::span<const uint8_t> tx, std::span<uint8_t> rx) {
+        chip_.frame(tx, rx, gpio_.physical(kChipSelectGpio) == 1);
+    });
+    devices_.add(SpiDevice::kPath, spi_);
+    chip_.set_readback_fault([this](int reg) {
+        return injector_.check(FaultRule::Op::readback, "", reg, clock_.now_ns()).has_value();
+    });
+}
+
+Board::~Board() = default;
+
+// ---- internals (board mutex held) ----
+
+std::optional<int> Board::injected(FaultRule::Op op, const std::string& path) {
+    return injector_.check(op, path, -1, clock_.now_ns());
+}
+
+int Board::pi_raw_level(Motor m) const {
+    if (const auto& stuck = pi_stuck_[static_cast<size_t>(m)]) return *stuck;
+    // The edge is at position 0: the logical level is 1 on the positive side. MS41908
+    // modules have the sensor inverted, which their active_low setting undoes.
+    const int logical = motor(m).position() >= 0 ? 1 : 0;
+    return config_.driver == DriverType::ms41908 ? 1 - logical : logical;
+}
+
+void Board::refresh_photo_interrupters() {
+    gpio_.drive_input(kZoomPiGpio, pi_raw_level(Motor::zoom));
+    gpio_.drive_input(kFocusPiGpio, pi_raw_level(Motor::focus));
+}
+
+void Board::on_gpio_change(int line, int level) {
+    if (line == kVdGpio && level == 1) {
+        chip_.vd_rising_edge();
+        refresh_photo_interrupters();
+    }
+}
+
+// ---- service face ----
+
+int Board::open(const char* path, int flags) {
+    if (path == nullptr) return fail(EFAULT, -1);
+    std::lock_guard lock(mutex_);
+    if (*path == '\0') return fail(ENOENT, -1);
+    const std::string vpath = Sandbox::normalise(path);
+    if (auto error = injected(FaultRule::Op::open, vpath)) return fail(*error, -1);
+
+    std::unique_ptr<OpenFile> file;
+    if (DeviceNode* node = devices_.find(vpath)) {
+        file = node->open(flags);
+    } else if (devices_.is_directory(vpath)) {
+        return fail(EISDIR, -1);
+    } else if (Sandbox::is_kernel_path(vpath)) {
+        return fail(ENOENT, -1);
+    } else {
+        file = sandbox_.open(vpath, flags);
+    }
+    if (!file) return -1;  // errno set by the node or the real open
+    return files_.insert(vpath, flags, std::move(file));
+}
+
+int Board::close(int fd) {
+    std::lock_guard lock(mutex_);
+    return files_.erase(fd) ? 0 : fail(EBADF, -1);
+}
+
+ssize_t Board::read(int fd, void* buf, size_t n) {
+    std::lock_guard lock(mutex_);
+    FileTable::Entry* entry = files_.find(fd);
+    if (entry == nullptr || !entry->readable()) return fail(EBADF, ssize_t{-1});
+    if (auto error = injected(FaultRule::Op::read, entry->path)) return fail(*error, ssize_t{-1});
+    return entry->file->read(buf, n);
+}
+
+ssize_t Board::write(int fd, const void* buf, size_t n) {
+    std::lock_guard lock(mutex_);
+    FileTable::Entry* entry = files_.find(fd);
+    if (entry == nullptr || !entry->writable()) return fail(EBADF, ssize_t{-1});
+    if (auto error = injected(FaultRule::Op::write, entry->path)) return fail(*error, ssize_t{-1});
+    return entry->file->write(buf, n);
+}
+
+int Board::ioctl(int fd, unsigned long request, void* arg) {
+    std::lock_guard lock(mutex_);
+    FileTable::Entry* entry = files_.find(fd);
+    if (entry == nullptr) return fail(EBADF, -1);
+    if (auto error = injected(FaultRule::Op::ioctl, entry->path)) return fail(*error, -1);
+    return entry->file->ioctl(request, arg);
+}
+
+int Board::access(const char* path, int mode) {
+    if (path == nullptr) return fail(EFAULT, -1);
+    std::lock_guard lock(mutex_);
+    if (*path == '\0') return fail(ENOENT, -1);
+    const std::string vpath = Sandbox::normalise(path);
+    if (auto error = injected(FaultRule::Op::access, vpath)) return fail(*error, -1);
+    if (devices_.find(vpath) != nullptr || devices_.is_directory(vpath)) return 0;  // root
+    if (Sandbox::is_kernel_path(vpath)) return fail(ENOENT, -1);
+    return ::access(sandbox_.real_path(vpath).c_str(), mode);
+}
+
+FILE* Board::fopen(const char* path, const char* mode) {
+    if (path == nullptr || mode == nullptr) return fail(EFAULT, static_cast<FILE*>(nullptr));
+    std::lock_guard lock(mutex_);
+    if (*path == '\0') return fail(ENOENT, static_cast<FILE*>(nullptr));
+    const std::string vpath = Sandbox::normalise(path);
+    if (auto error = injected(FaultRule::Op::fopen, vpath)) {
+        return fail(*error, static_cast<FILE*>(nullptr));
+    }
+    if (devices_.find(vpath) != nullptr) return fail(ENXIO, static_cast<FILE*>(nullptr));
+    if (Sandbox::is_kernel_path(vpath)) return fail(ENOENT, static_cast<FILE*>(nullptr));
+    return ::fopen(sandbox_.real_path(vpath).c_str(), mode);
+}
+
+int Board::shmget(key_t key, size_t size, int flags) {
+    std::lock_guard lock(mutex_);
+    return ipc_.shmget(key, size, flags);
+}
+
+void* Board::shmat(int id, const void* addr, int flags) {
+    std::lock_guard lock(mutex_);
+    return ipc_.shmat(id, addr, flags);
+}
+
+int Board::semget(key_t key, int nsems, int flags) {
+    std::lock_guard lock(mutex_);
+    return ipc_.semget(key, nsems, flags);
+}
+
+int Board::semctl(int id, int num, int cmd, int arg) {
+    std::lock_guard lock(mutex_);
+    return ipc_.semctl(id, num, cmd, arg);
+}
+
+int Board::semop(int id, sembuf* ops, size_t nops) {
+    // No board lock: a semop may wait for another thread of the service.
+    return ipc_.semop(id, ops, nops);
+}
+
+int Board::sleep_ns(uint64_t ns) {
+    uint64_t real_ns = 0;
+    bool real_time = false;
+    {
+        std::lock_guard lock(mutex_);
+        if (auto error = injector_.check(FaultRule::Op::sleep, "", -1, clock_.now_ns())) {
+            return fail(*error, -1);
+        }
+        real_ns = clock_.book_sleep(ns);
+        real_time = clock_.real_time();
+    }
+    if (!real_time || real_ns == 0) return 0;
+    tighten_timer_slack();
+    timespec request{static_cast<time_t>(real_ns / 1000000000ull),
+                     static_cast<long>(real_ns % 1000000000ull)};
+    timespec remaining{};
+    while (::nanosleep(&request, &remaining) != 0 && errno == EINTR) request = remaining;
+    return 0;
+}
+
+timespec Board::monotonic() {
+    std::lock_guard lock(mutex_);
+    return clock_.monotonic();
+}
+
+timeval Board::wall() {
+    std::lock_guard lock(mutex_);
+    return clock_.wall();
+}
+
+// ---- control face ----
+
+std::string Board::sandbox_path(const char* path) const {
+    return sandbox_.real_path(Sandbox::normalise(path));
+}
+
+void Board::write_file(const char* path, std::string_view content) {
+    const std::filesystem::path real = sandbox_path(path);
+    std::error_code error;
+    std::filesystem::create_directories(real.parent_path(), error);
+    std::ofstream out(real, std::ios::binary | std::ios::trunc);
+    out.write(content.data(), static_cast<std::streamsize>(content.size()));
+    if (!out) throw std::runtime_error("twin: cannot write " + real.string());
+}
+
+std::optional<std::string> Board::read_file(const char* path) const {
+    std::ifstream in(sandbox_path(path), std::ios::binary);
+    if (!in) return std::nullopt;
+    std::ostringstream content;
+    content << in.rdbuf();
+    return content.str();
+}
+
+size_t Board::open_descriptors() const {
+    std::lock_guard lock(mutex_);
+    return files_.open_count();
+}
+
+void Board::add_device(const char* path, std::shared_ptr<DeviceNode> node) {
+    std::lock_guard lock(mutex_);
+    devices_.add(Sandbox::normalise(path), std::move(node));
+}
+
+key_t Board::salted_key(key_t key) const {
+    return ipc_.salted_key(key);
+}
+
+uint64_t Board::now_ns() const {
+    std::lock_guard lock(mutex_);
+    return clock_.now_ns();
+}
+
+uint64_t Board::slept_ns() const {
+    std::lock_guard lock(mutex_);
+    return clock_.slept_ns();
+}
+
+uint64_t Board::sleep_calls() const {
+    std::lock_guard lock(mutex_);
+    return clock_.sleep_calls();
+}
+
+void Board::advance_ns(uint64_t ns) {
+    std::lock_guard lock(mutex_);
+    clock_.advance(ns);
+}
+
+void Board::set_real_time(double speed) {
+    std::lock_guard lock(mutex_);
+    clock_.set_real_time(speed);
+}
+
+void Board::set_virtual_time() {
+    std::lock_guard lock(mutex_);
+    clock_.set_virtual_time();
+}
+
+std::vector<GpioEdge> Board::gpio_edges(int line) const {
+    std::lock_guard lock(mutex_);
+    return gpio_.edges(line);
+}
+
+int Board::gpio_physical(int line) const {
+    std::lock_guard lock(mutex_);
+    return gpio_.physical(line);
+}
+
+bool Board::gpio_exported(int line) const {
+    std::lock_guard lock(mutex_);
+    return gpio_.exported(line);
+}
+
+bool Board::gpio_active_low(int line) const {
+    std::lock_guard lock(mutex_);
+    return gpio_.active_low(line);
+}
+
+bool Board::gpio_direction_out(int line) const {
+    std::lock_guard lock(mutex_);
+    return gpio_.direction_out(line);
+}
+
+uint32_t Board::spi_mode() const {
+    std::lock_guard lock(mutex_);
+    return spi_->mode();
+}
+
+uint8_t Board::spi_bits_per_word() const {
+    std::lock_guard lock(mutex_);
+    return spi_->bits_per_word();
+}
+
+uint32_t Board::spi_max_speed_hz() const {
+    std::lock_guard lock(mutex_);
+    return spi_->max_speed_hz();
+}
+
+uint16_t Board::chip_register(int addr) const {
+    std::lock_guard lock(mutex_);
+    return chip_.reg(addr);
+}
+
+void Board::set_chip_register(int addr, uint16_t value) {
+    std::lock_guard lock(mutex_);
+    chip_.set_reg(addr, value);
+}
+
+std::vector<RegisterWrite> Board::register_writes() const {
+    std::lock_guard lock(mutex_);
+    return chip_.register_writes();
+}
+
+void Board::clear_register_writes() {
+    std::lock_guard lock(mutex_);
+    chip_.clear_register_writes();
+}
+
+uint64_t Board::vd_pulses() const {
+    std::lock_guard lock(mutex_);
+    return chip_.vd_pulses();
+}
+
+uint64_t Board::timing_faults() const {
+    std::lock_guard lock(mutex_);
+    return chip_.timing_faults();
+}
+
+std::vector<RecordedFault> Board::faults() const {
+    std::lock_guard lock(mutex_);
+    return chip_.faults();
+}
+
+DriverType Board::driver() const {
+    return config_.driver;
+}
+
+int Board::motor_position(Motor m) const {
+    std::lock_guard lock(mutex_);
+    return motor(m).position();
+}
+
+void Board::set_motor_position(Motor m, int position) {
+    std::lock_guard lock(mutex_);
+    motor(m).set_position(position);
+    refresh_photo_interrupters();
+}
+
+uint64_t Board::motor_steps_moved(Motor m) const {
+    std::lock_guard lock(mutex_);
+    return motor(m).steps_moved();
+}
+
+uint64_t Board::clamped_pulses(Motor m) const {
+    std::lock_guard lock(mutex_);
+    return motor(m).clamped_pulses();
+}
+
+void Board::set_pi_stuck(Motor m, std::optional<int> raw_level) {
+    std::lock_guard lock(mutex_);
+    if (raw_level) raw_level = *raw_level != 0 ? 1 : 0;
+    pi_stuck_[static_cast<size_t>(m)] = raw_level;
+    refresh_photo_interrupters();
+}
+
+void Board::inject(FaultRule rule) {
+    if (!rule.path.empty()) rule.path = Sandbox::normalise(rule.path.c_str());
+    std::lock_guard lock(mutex_);
+    injector_.inject(std::move(rule));
+}
+
+void Board::clear_faults() {
+    std::lock_guard lock(mutex_);
+    injector_.clear();
+}
+
+std::vector<std::string> Board::injected_faults() const {
+    std::lock_guard lock(mutex_);
+    return injector_.log();
+}
+
+}  // namespace zoomaf::twin

@@ -1,0 +1,163 @@
+// The digital twin of the camera board: a virtual kernel behind the platform seam.
+//
+// Service face (the Platform methods): descriptors, files mapped into a sandbox, device
+// nodes (/dev/spidev1.0 with the lens motor driver chip behind it, sysfs GPIO), System V
+// IPC with salted keys, and a virtual clock. Control face (everything else): what tests,
+// the bench and the scenario runner use to set the physical state, inject faults and
+// observe what the service commanded.
+//
+// All state sits behind one board mutex, so the service may call the board from any of
+// its threads. Only a blocking semop and a real-time sleep run outside it.
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/platform.hpp"
+#include "twin/clock.hpp"
+#include "twin/device.hpp"
+#include "twin/faults.hpp"
+#include "twin/file_table.hpp"
+#include "twin/gpio_sysfs.hpp"
+#include "twin/ipc.hpp"
+#include "twin/lens_motor.hpp"
+#include "twin/ms41908.hpp"
+#include "twin/sandbox.hpp"
+#include "twin/spidev.hpp"
+
+namespace zoomaf::twin {
+
+struct BoardConfig {
+    uint64_t seed = 1;  // everything random is drawn from this seed
+    DriverType driver = DriverType::ms41928;
+    // Members without a default initializer would make -Wextra warn on designated
+    // initializers that leave them out.
+    std::string sandbox{};  // empty: a fresh mkdtemp dir, removed with the board
+    std::optional<int> zoom_start{}, focus_start{};  // physical start positions; default seeded
+};
+
+class Board : public zoomaf::Platform {
+public:
+    // GPIO lines of the module: driver chip select (GPIO3_D0), VD (GPIO0_D2) and the
+    // photo-interrupters of zoom (GPIO0_C6) and focus (GPIO0_D0).
+    static constexpr int kChipSelectGpio = 120;
+    static constexpr int kVdGpio = 26;
+    static constexpr int kZoomPiGpio = 22;
+    static constexpr int kFocusPiGpio = 24;
+
+    explicit Board(BoardConfig config = {});
+    ~Board() override;
+    Board(const Board&) = delete;
+    Board& operator=(const Board&) = delete;
+
+    // ---- service face ----
+    int open(const char* path, int flags) override;
+    int close(int fd) override;
+    ssize_t read(int fd, void* buf, size_t n) override;
+    ssize_t write(int fd, const void* buf, size_t n) override;
+    int ioctl(int fd, unsigned long request, void* arg) override;
+    int access(const char* path, int mode) override;
+    // A real FILE* on the sandbox file; device nodes cannot be opened this way (ENXIO).
+    FILE* fopen(const char* path, const char* mode) override;
+    int shmget(key_t key, size_t size, int flags) override;
+    void* shmat(int id, const void* addr, int flags) override;
+    int semget(key_t key, int nsems, int flags) override;
+    int semctl(int id, int num, int cmd, int arg) override;
+    int semop(int id, sembuf* ops, size_t nops) override;
+    // Virtual mode: advances the clock by ns. Real-time mode: sleeps ns / speed. A sleep
+    // fault returns -1 with the rule's errno, sleeps nothing and is not counted.
+    int sleep_ns(uint64_t ns) override;
+    timespec monotonic() override;
+    timeval wall() override;
+
+    // ---- control face: files and devices ----
+    // Real path behind a board path (absolute, or relative to the board's working dir).
+    std::string sandbox_path(const char* path) const;
+    // Writes a sandbox file, creating its directories. Throws std::runtime_error on failure.
+    void write_file(const char* path, std::string_view content);
+    // The content of a sandbox file, or nullopt when it cannot be read.
+    std::optional<std::string> read_file(const char* path) const;
+    size_t open_descriptors() const;
+    // Registers another device node (I2C buses, ...). Its calls run under the board mutex.
+    void add_device(const char* path, std::shared_ptr<DeviceNode> node);
+
+    // ---- control face: IPC ----
+    key_t salted_key(key_t key) const;
+
+    // ---- control face: clock ----
+    uint64_t now_ns() const;  // the virtual CLOCK_MONOTONIC in ns (starts at 1000 s)
+    uint64_t slept_ns() const;
+    uint64_t sleep_calls() const;
+    void advance_ns(uint64_t ns);
+    // Throws std::invalid_argument when speed is not positive.
+    void set_real_time(double speed);
+    void set_virtual_time();
+
+    // ---- control face: GPIO (line 0..159; throws std::out_of_range otherwise) ----
+    std::vector<GpioEdge> gpio_edges(int line) const;
+    int gpio_physical(int line) const;
+    bool gpio_exported(int line) const;
+    bool gpio_active_low(int line) const;
+    bool gpio_direction_out(int line) const;
+
+    // ---- control face: SPI controller ----
+    uint32_t spi_mode() const;
+    uint8_t spi_bits_per_word() const;
+    uint32_t spi_max_speed_hz() const;
+
+    // ---- control face: driver chip (addr 0x00..0x3F; throws std::out_of_range) ----
+    uint16_t chip_register(int addr) const;
+    void set_chip_register(int addr, uint16_t value);
+    std::vector<RegisterWrite> register_writes() const;
+    void clear_register_writes();
+    uint64_t vd_pulses() const;
+    uint64_t timing_faults() const;
+    std::vector<RecordedFault> faults() const;  // all the chip noticed, timing and others
+
+    // ---- control face: motors and photo-interrupters ----
+    DriverType driver() const;
+    int motor_position(Motor motor) const;
+    // Throws std::out_of_range beyond the end stops.
+    void set_motor_position(Motor motor, int position);
+    uint64_t motor_steps_moved(Motor motor) const;
+    uint64_t clamped_pulses(Motor motor) const;
+    // Holds a photo-interrupter's raw line at a level; std::nullopt releases it.
+    void set_pi_stuck(Motor motor, std::optional<int> raw_level);
+
+    // ---- control face: injected faults ----
+    // Throws std::invalid_argument on a rule that cannot apply.
+    void inject(FaultRule rule);
+    void clear_faults();
+    std::vector<std::string> injected_faults() const;  // one line per delivered fault
+
+private:
+    std::optional<int> injected(FaultRule::Op op, const std::string& path);
+    LensMotor& motor(Motor m) { return m == Motor::zoom ? zoom_ : focus_; }
+    const LensMotor& motor(Motor m) const { return m == Motor::zoom ? zoom_ : focus_; }
+    int pi_raw_level(Motor m) const;
+    void on_gpio_change(int line, int level);
+    void refresh_photo_interrupters();
+
+    mutable std::mutex mutex_;
+    const BoardConfig config_;
+    Clock clock_;
+    Sandbox sandbox_;
+    FaultInjector injector_;
+    SysvIpc ipc_;
+    DeviceTable devices_;
+    GpioBank gpio_;
+    LensMotor zoom_;
+    LensMotor focus_;
+    DriverChip chip_;
+    std::shared_ptr<SpiDevice> spi_;
+    std::array<std::optional<int>, 2> pi_stuck_{};
+    FileTable files_;  // last: open files go before the devices they refer to
+};
+
+}  // namespace zoomaf::twin

@@ -1,0 +1,50 @@
+// Device nodes of the virtual kernel. A node is an object behind a path (/dev/spidev1.0,
+// /sys/class/gpio/gpio26/value ...); opening it gives an OpenFile that serves read, write
+// and ioctl for that one open file, the way a kernel driver's file operations do. Nodes
+// are registered in a DeviceTable by path, so a new device is one more registration.
+//
+// Every call into a node or an open file happens under the board mutex. Failures return
+// -1 (or nullptr) with errno set, as the kernel call would.
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstddef>
+#include <map>
+#include <memory>
+#include <string>
+
+namespace zoomaf::twin {
+
+class OpenFile {
+public:
+    virtual ~OpenFile() = default;
+    virtual ssize_t read(void* buf, size_t n) = 0;
+    virtual ssize_t write(const void* buf, size_t n) = 0;
+    // Default: the request is not one this file knows (ENOTTY), as for a plain file.
+    virtual int ioctl(unsigned long request, void* arg);
+};
+
+class DeviceNode {
+public:
+    virtual ~DeviceNode() = default;
+    // flags are open(2)'s; the descriptor table already enforces the access mode.
+    virtual std::unique_ptr<OpenFile> open(int flags) = 0;
+};
+
+class DeviceTable {
+public:
+    // Adds a node at an absolute, normalised path. Throws std::logic_error if the path is
+    // taken: two devices at one path is a wiring mistake of the board.
+    void add(const std::string& path, std::shared_ptr<DeviceNode> node);
+    void remove(const std::string& path);
+    // The node at path, or nullptr.
+    DeviceNode* find(const std::string& path) const;
+    // True when path is a directory that holds a node somewhere below it.
+    bool is_directory(const std::string& path) const;
+
+private:
+    std::map<std::string, std::shared_ptr<DeviceNode>> nodes_;
+};
+
+}  // namespace zoomaf::twin
