@@ -41,7 +41,7 @@ public:
 };
 
 // The real kernel.
-class LinuxPlatform final : public Platform {
+class LinuxPlatform : public Platform {
 public:
     int open(const char* path, int flags) override;
     int close(int fd) override;

@@ -1,0 +1,13 @@
+#!/usr/bin/env bash
+# The shared library's dynamic symbol table holds exactly the service's C names listed in
+# exported_names.txt: no C++ symbol and nothing missing.
+set -euo pipefail
+library=$1 expected=$2
+actual=$(nm -D --defined-only "$library" | awk '{print $3}' | grep -v -E '^(_init|_fini|_edata|_end|__bss_start)$' | sort)
+if grep -q '^_Z' <<<"$actual"; then
+    echo "C++ symbols exported:"; grep '^_Z' <<<"$actual"; exit 1
+fi
+if ! diff -u <(grep -v '^#' "$expected" | sort) <(echo "$actual"); then
+    echo "exported names differ from $expected (- expected, + exported)"; exit 1
+fi
+echo "$(wc -l <<<"$actual") names exported, no C++ symbol"
