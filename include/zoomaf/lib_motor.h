@@ -67,6 +67,10 @@ ZOOMAF_API extern uint8_t reg_motor[REG_MOTOR_ENTRIES][3];
 
 /* ---- Run state ------------------------------------------------------------------------ */
 
+#define TRACKING_TABLE_ROWS 80
+#define TRACKING_TABLE_COLUMNS 10
+#define TRACKING_NAME_LENGTH 8
+
 typedef struct MotorRunState {
     int16_t cur_steps;              /* current position in driver steps */
     uint16_t steps_vd;              /* steps per VD period (16 zoom, 8 focus at start-up) */
@@ -105,11 +109,28 @@ typedef struct FocusParamList {
     uint16_t columns;
     uint8_t distance_unit;
     uint8_t data_len;
-    char column_name[10][8];
-    int16_t data[80][10];
+    char column_name[TRACKING_TABLE_COLUMNS][TRACKING_NAME_LENGTH];
+    int16_t data[TRACKING_TABLE_ROWS][TRACKING_TABLE_COLUMNS];
 } FocusParamList;
 
 ZOOMAF_API extern FocusParamList gFocusParam;
+
+/* The compiled-in zoom-focus tracking tables of the 4.71 mm and the 4.49 mm lens: rows by
+   zoom multiple (column 0: multiple x 10, 1: focal length in 0.01 mm, 2: zoom position,
+   3..8: focus positions for the distances named by the column names). Rows beyond the row
+   count and the tenth column are zero. */
+ZOOMAF_API extern const uint16_t rows_471;
+ZOOMAF_API extern const uint16_t column_471;
+ZOOMAF_API extern const uint8_t distance_unit_471;
+ZOOMAF_API extern const uint8_t data_len_471;
+ZOOMAF_API extern const char column_name_471[TRACKING_TABLE_COLUMNS][TRACKING_NAME_LENGTH];
+ZOOMAF_API extern const int16_t focus_zoom_data_471[TRACKING_TABLE_ROWS][TRACKING_TABLE_COLUMNS];
+ZOOMAF_API extern const uint16_t rows_449;
+ZOOMAF_API extern const uint16_t column_449;
+ZOOMAF_API extern const uint8_t distance_unit_449;
+ZOOMAF_API extern const uint8_t data_len_449;
+ZOOMAF_API extern const char column_name_449[TRACKING_TABLE_COLUMNS][TRACKING_NAME_LENGTH];
+ZOOMAF_API extern const int16_t focus_zoom_data_449[TRACKING_TABLE_ROWS][TRACKING_TABLE_COLUMNS];
 
 /* Error-step history and run counter of the revised run loop. */
 ZOOMAF_API extern int8_t old_error_step[120];
