@@ -19,42 +19,37 @@ int64_t truncate_toward_zero(double value) {
     return static_cast<int64_t>(value);
 }
 
-// Differences of two int64 are taken in 128 bits: exact, so a non-zero difference never
-// becomes a zero divisor and nothing overflows.
+// The difference a - b, exact before its conversion, so a non-zero difference never becomes
+// a zero divisor. Beyond the int64 range it is taken in 128 bits (slower, never on the
+// system's values) instead of overflowing.
 double difference(int64_t a, int64_t b) {
+    int64_t exact = 0;
+    if (!__builtin_sub_overflow(a, b, &exact)) return static_cast<double>(exact);
     return static_cast<double>(static_cast<__int128>(a) - b);
+}
+
+// The line through (x0, y0) and (x1, y1) at x; shared by the three routines and inlined into
+// the broken line and the plane, which run it several times per window.
+inline int64_t line_at(int64_t x0, int64_t y0, int64_t x1, int64_t y1, int64_t x) {
+    // Equal ordinates give that ordinate, whether the points coincide or the line is flat.
+    if (y0 == y1) return y0;
+    // A vertical line: the mean of the two ordinates, truncated toward zero.
+    if (x0 == x1) return static_cast<int64_t>((static_cast<__int128>(y0) + y1) / 2);
+    if (x0 > x1) {
+        std::swap(x0, x1);
+        std::swap(y0, y1);
+    }
+    // No extrapolation: outside the segment the nearer end holds.
+    if (x < x0) return y0;
+    if (x > x1) return y1;
+    return truncate_toward_zero(static_cast<double>(y0) +
+                                difference(y1, y0) * difference(x, x0) / difference(x1, x0));
 }
 
 }  // namespace
 
 void CalcAddressOnLine_slXslY(const int64_t X[2], const int64_t Y[2], int64_t x, int64_t* out) {
-    // Equal ordinates give that ordinate, whether the points coincide or the line is flat.
-    if (Y[0] == Y[1]) {
-        *out = Y[0];
-        return;
-    }
-    // A vertical line: the mean of the two ordinates, truncated toward zero.
-    if (X[0] == X[1]) {
-        *out = static_cast<int64_t>((static_cast<__int128>(Y[0]) + Y[1]) / 2);
-        return;
-    }
-    int64_t xa = X[0], ya = Y[0], xb = X[1], yb = Y[1];
-    if (xa > xb) {
-        std::swap(xa, xb);
-        std::swap(ya, yb);
-    }
-    // No extrapolation: outside the segment the nearer end holds.
-    if (x < xa) {
-        *out = ya;
-        return;
-    }
-    if (x > xb) {
-        *out = yb;
-        return;
-    }
-    const double value =
-        static_cast<double>(ya) + difference(yb, ya) * difference(x, xa) / difference(xb, xa);
-    *out = truncate_toward_zero(value);
+    *out = line_at(X[0], Y[0], X[1], Y[1], x);
 }
 
 int32_t CalcAddressOnBrokenLine_ulXulY(const uint64_t* X, const uint64_t* Y, uint64_t n, uint64_t x,
@@ -82,10 +77,9 @@ int32_t CalcAddressOnBrokenLine_ulXulY(const uint64_t* X, const uint64_t* Y, uin
     uint64_t result = 0;
     for (uint64_t i = 0; i + 1 < n; ++i) {
         if (X[i] <= x && x <= X[i + 1]) {
-            const int64_t xs[2] = {static_cast<int64_t>(X[i]), static_cast<int64_t>(X[i + 1])};
-            const int64_t ys[2] = {static_cast<int64_t>(Y[i]), static_cast<int64_t>(Y[i + 1])};
-            int64_t y = 0;
-            CalcAddressOnLine_slXslY(xs, ys, static_cast<int64_t>(x), &y);
+            const int64_t y = line_at(static_cast<int64_t>(X[i]), static_cast<int64_t>(Y[i]),
+                                      static_cast<int64_t>(X[i + 1]),
+                                      static_cast<int64_t>(Y[i + 1]), static_cast<int64_t>(x));
             result = y > 0 ? static_cast<uint64_t>(y) : 0;
             break;
         }
@@ -99,13 +93,8 @@ int32_t CalcAddressOnPlane_slXslYslZ(const int64_t X[2], const int64_t Y[2], con
     if (x < X[0] || x > X[1] || y < Y[0] || y > Y[1] || X[0] >= X[1] || Y[0] >= Y[1]) return -1;
 
     // Along X on both Y edges, then along Y between them; each step truncates on its own.
-    int64_t near_edge = 0;
-    int64_t far_edge = 0;
-    const int64_t near_values[2] = {Z[0], Z[1]};
-    const int64_t far_values[2] = {Z[2], Z[3]};
-    CalcAddressOnLine_slXslY(X, near_values, x, &near_edge);
-    CalcAddressOnLine_slXslY(X, far_values, x, &far_edge);
-    const int64_t edge_values[2] = {near_edge, far_edge};
-    CalcAddressOnLine_slXslY(Y, edge_values, y, out);
+    const int64_t near_edge = line_at(X[0], Z[0], X[1], Z[1], x);
+    const int64_t far_edge = line_at(X[0], Z[2], X[1], Z[3], x);
+    *out = line_at(Y[0], near_edge, Y[1], far_edge, y);
     return 0;
 }
