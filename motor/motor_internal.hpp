@@ -16,3 +16,13 @@ void sleep_ns(uint64_t ns);
 uint16_t pi_gpio(uint8_t motor);
 
 }  // namespace zoomaf::motor
+
+namespace zoomaf::motor {
+
+// Microseconds on the monotonic clock, for the move calls that time themselves.
+int64_t monotonic_us();
+
+// Reads both photo-interrupters after a move (a failed read reports itself).
+void read_both_photo_interrupters();
+
+}  // namespace zoomaf::motor

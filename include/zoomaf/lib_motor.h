@@ -153,13 +153,87 @@ ZOOMAF_API int StartRunReNew(void);
 ZOOMAF_API int GetCurSteps(uint8_t motor);
 ZOOMAF_API float GetCurMultiple(void);
 
-/* ---- Initialisation -------------------------------------------------------------------- */
+/* ---- Initialisation and homing --------------------------------------------------------- */
 
+/* Bits of the Initmotor result. */
+#define INITMOTOR_MODULE_INVALID 1
+#define INITMOTOR_SPI_FAILED 2
+#define INITMOTOR_ZOOM_HOMING_FAILED 4
+#define INITMOTOR_FOCUS_HOMING_FAILED 8
+#define INITMOTOR_BOTH_HOMING_FAILED 16
+
+/* Module motor ids read from the module memory. */
+#define MOTOR_ID_MS41928 1
+#define MOTOR_ID_MS41908 2
+
+typedef struct MotorDriverVersion {
+    uint32_t pcb_version; /* 3576 */
+    uint32_t reg_entries; /* entries of reg_motor that InitReg writes */
+    uint32_t revision;    /* 11, kept as the record has always carried it */
+} MotorDriverVersion;
+
+typedef struct ModuleVersion {
+    uint32_t pcb_version; /* copied from msVersion */
+    uint32_t motor_id;    /* 1 MS41928, 2 MS41908, 0 unknown */
+    uint32_t code_major;
+    uint32_t code_minor;
+} ModuleVersion;
+
+ZOOMAF_API extern MotorDriverVersion msVersion;
+ZOOMAF_API extern ModuleVersion moVersion;
+ZOOMAF_API extern uint8_t lastdirection[2];
+ZOOMAF_API extern uint32_t curteps;
+
+ZOOMAF_API uint32_t Initmotor(uint16_t vd_ms, uint8_t home);
+ZOOMAF_API void UnInitmotor(void);
 ZOOMAF_API void InitAttr(uint16_t vd_ms);
 ZOOMAF_API int InitSpi(void);
 ZOOMAF_API void InitGPIO(uint8_t motor_id);
 ZOOMAF_API uint32_t InitReg(void);
+ZOOMAF_API int InitPI(uint8_t motor_selector);
+ZOOMAF_API ModuleVersion GetVersion(void);
 ZOOMAF_API int GetCurGPIO(uint8_t motor);
+ZOOMAF_API int read_imx586_eeprom_reg(int bus, uint8_t device, uint16_t addr, uint8_t* value);
+ZOOMAF_API int write_imx586_eeprom_reg(int bus, uint8_t device, uint16_t addr, uint8_t value);
+
+/* ---- Tracking tables and ranges --------------------------------------------------------- */
+
+/* Flags of GetListSteps (bits 3..0; the step value is above them, shifted left by 4). */
+#define LIST_TABLE_EMPTY 2
+#define LIST_DISTANCE_CLAMPED 4
+#define LIST_MULTIPLE_CLAMPED 8
+
+ZOOMAF_API int LoadParamList(void);
+ZOOMAF_API int32_t GetListSteps(uint8_t kind, float multiple, float distance);
+ZOOMAF_API double GetStepRatio(uint8_t motor);
+ZOOMAF_API int16_t GetPhysicalSteps(uint8_t motor, int16_t travel);
+ZOOMAF_API int16_t GeMotorRangeSteps(uint8_t motor, uint8_t max);
+ZOOMAF_API int16_t GetFocusRange(uint8_t max);
+ZOOMAF_API int32_t GetFocusRangeSteps(uint8_t max, float multiple);
+
+/* ---- Zoom and focus moves --------------------------------------------------------------- */
+
+#define MULTIPLE_MIN 3.5
+#define MULTIPLE_MAX 11.0
+
+/* Result codes of the move calls (bits 3..0; elapsed microseconds above, shifted left by 4). */
+#define ERR_NO 0
+#define MOVE_MOTOR_RUNNING 1
+#define MOVE_LOOKUP_FAILED 2
+#define OUTOFRANGE 4
+#define MOVE_MULTIPLE_CLAMPED 8
+#define MOVE_NOT_NEEDED 16
+
+ZOOMAF_API uint8_t SetMultipleValue(int16_t focus_steps, uint8_t move_focus, float multiple);
+ZOOMAF_API uint32_t SetMultiple(int16_t focus_steps, uint8_t move_focus, float multiple);
+ZOOMAF_API uint8_t SetMultipleSteps(int16_t focus_steps, uint8_t move_focus, float multiple);
+ZOOMAF_API uint32_t SetFocusLens(int16_t steps, uint8_t relative);
+ZOOMAF_API int SetFocusSteps(int16_t steps, uint8_t relative, float multiple);
+ZOOMAF_API uint32_t SetFocusMotor(float distance);
+ZOOMAF_API void SetMotorDrivingForce(uint8_t percent);
+ZOOMAF_API int TestMotors(uint8_t motor, uint8_t dir_flag, uint16_t steps, uint16_t intct);
+/* Prints "<label> : <local date and time with microseconds>". */
+ZOOMAF_API void Get_Times(const char* label);
 
 ZOOMAF_EXTERN_C_END
 
