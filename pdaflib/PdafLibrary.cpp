@@ -41,9 +41,9 @@ struct KnotGrid {
     uint16_t y_count;
 };
 
-// Knot numbers are 16-bit unsigned: they wrap on grids beyond 65535 knots (never below the
-// true number, so they stay inside the per-knot arrays). Computed in 32 bits to avoid int
-// overflow, then reduced.
+// Knot numbers are 16-bit unsigned: they wrap on grids beyond 65535 knots. A wrapped number is
+// smaller than the true one, so it still falls inside the per-knot arrays. Computed in 32 bits
+// (no int overflow), then reduced.
 uint16_t knot_number(uint32_t row, uint32_t x_count, uint32_t column) {
     return static_cast<uint16_t>(row * x_count + column);
 }
