@@ -1,7 +1,10 @@
 // A platform that forwards every call to another one (normally a twin board) and records
-// what the service asked of the kernel: which paths it opened and the exact bytes it wrote.
+// what the service asked of the kernel: which paths it opened, the exact bytes it wrote and
+// the sleeps it requested. Tests use it to check bytes on the wire, the bench and the demo
+// to measure pacing against the prescribed waits.
 #pragma once
 
+#include <cstdint>
 #include <map>
 #include <mutex>
 #include <string>
@@ -9,7 +12,7 @@
 
 #include "platform/platform.hpp"
 
-namespace zoomaf::test {
+namespace zoomaf::twin {
 
 class RecordingPlatform final : public Platform {
 public:
@@ -34,10 +37,20 @@ public:
             if (w.path == path) matching.push_back(w);
         return matching;
     }
+    // Sum of the requested sleeps of at least min_ns each (the VD period waits are the only
+    // sleeps of 1.515 ms and more).
+    uint64_t slept_ns_at_least(uint64_t min_ns) const {
+        std::lock_guard lock(mutex_);
+        uint64_t sum = 0;
+        for (uint64_t ns : sleeps_)
+            if (ns >= min_ns) sum += ns;
+        return sum;
+    }
     void clear() {
         std::lock_guard lock(mutex_);
         opens_.clear();
         writes_.clear();
+        sleeps_.clear();
     }
 
     int open(const char* path, int flags) override {
@@ -80,7 +93,13 @@ public:
         return inner_.semctl(id, num, cmd, arg);
     }
     int semop(int id, sembuf* ops, size_t nops) override { return inner_.semop(id, ops, nops); }
-    int sleep_ns(uint64_t ns) override { return inner_.sleep_ns(ns); }
+    int sleep_ns(uint64_t ns) override {
+        {
+            std::lock_guard lock(mutex_);
+            sleeps_.push_back(ns);
+        }
+        return inner_.sleep_ns(ns);
+    }
     timespec monotonic() override { return inner_.monotonic(); }
     timeval wall() override { return inner_.wall(); }
 
@@ -90,6 +109,7 @@ private:
     std::map<int, std::string> paths_;
     std::vector<std::string> opens_;
     std::vector<Write> writes_;
+    std::vector<uint64_t> sleeps_;
 };
 
-}  // namespace zoomaf::test
+}  // namespace zoomaf::twin

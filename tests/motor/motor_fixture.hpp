@@ -8,11 +8,13 @@
 #include <memory>
 #include <string>
 
-#include "tests/support/recording_platform.hpp"
 #include "twin/board.hpp"
+#include "twin/recording_platform.hpp"
 #include "zoomaf/lib_motor.h"
 
 namespace zoomaf::test {
+
+using twin::RecordingPlatform;
 
 inline constexpr uint16_t kChipSelect = 120;
 inline constexpr uint16_t kVd = 26;
