@@ -1,6 +1,7 @@
 // Defocus of one PDAF window: the conversion coefficient and offset of each knot give a
 // per-knot defocus, the OK/NG threshold lines a per-knot threshold; both are interpolated at
 // the window centre over their own knot grid.
+#include <cstddef>
 #include <cstdint>
 
 #include "pdaflib/pdaf_internal.h"
@@ -23,8 +24,8 @@ constexpr int8_t kConfidenceNotComputed = -1;
 constexpr uint64_t kThresholdLevel = 1024;
 constexpr uint64_t kHighestFailingLevel = 1023;
 
-bool strictly_ascending(const uint16_t* knots, uint16_t count) {
-    for (uint16_t i = 1; i < count; ++i) {
+bool strictly_ascending(const uint16_t* knots, size_t count) {
+    for (size_t i = 1; i < count; ++i) {
         if (knots[i - 1] >= knots[i]) return false;
     }
     return true;
@@ -54,9 +55,9 @@ uint16_t knot_after(uint16_t knot, uint32_t step) {
 
 // The first cell [knots[i], knots[i + 1]] holding c, so a centre on an inner knot belongs to
 // the cell on its left; cell 0 when none holds it.
-uint16_t cell_of(uint16_t c, const uint16_t* knots, uint16_t count) {
-    for (uint16_t i = 0; i + 1 < count; ++i) {
-        if (knots[i] <= c && c <= knots[i + 1]) return i;
+uint16_t cell_of(uint16_t c, const uint16_t* knots, size_t count) {
+    for (size_t i = 0; i + 1 < count; ++i) {
+        if (knots[i] <= c && c <= knots[i + 1]) return static_cast<uint16_t>(i);
     }
     return 0;
 }
