@@ -2,6 +2,7 @@
 
 #include <sys/prctl.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
@@ -46,7 +47,8 @@ Board::Board(BoardConfig config)
       gpio_(devices_, clock_),
       zoom_(LensMotor::kZoomMin, LensMotor::kZoomMax, LensMotor::kZoomMin),
       focus_(LensMotor::kFocusMin, LensMotor::kFocusMax, LensMotor::kFocusMin),
-      chip_(config_.driver, zoom_, focus_, clock_) {
+      chip_(config_.driver, zoom_, focus_, clock_),
+      eeprom_(std::make_shared<ModuleEeprom>(clock_)) {
     SeededRandom random(seed_stream(config_.seed, 4));
     zoom_.set_position(
         start_position(config_.zoom_start, LensMotor::kZoomMin, LensMotor::kZoomMax, random));
@@ -64,6 +66,13 @@ Board::Board(BoardConfig config)
     chip_.set_readback_fault([this](int reg) {
         return injector_.check(FaultRule::Op::readback, "", reg, clock_.now_ns()).has_value();
     });
+
+    eeprom_->set_byte(ModuleEeprom::kModuleValidAddr,
+                      config_.module_valid.value_or(ModuleEeprom::kModuleValid));
+    eeprom_->set_byte(ModuleEeprom::kMotorIdAddr,
+                      config_.module_motor_id.value_or(ModuleEeprom::motor_id_of(config_.driver)));
+    add_i2c_bus(kSensorIdBus);
+    add_i2c_bus(kModuleBus).attach(ModuleEeprom::kAddress, eeprom_);
 }
 
 Board::~Board() = default;
@@ -80,6 +89,23 @@ int Board::pi_raw_level(Motor m) const {
     // modules have the sensor inverted, which their active_low setting undoes.
     const int logical = motor(m).position() >= 0 ? 1 : 0;
     return config_.driver == DriverType::ms41908 ? 1 - logical : logical;
+}
+
+I2cBus& Board::i2c_bus(int bus) const {
+    auto it = i2c_buses_.find(bus);
+    if (it == i2c_buses_.end()) {
+        throw std::out_of_range("twin: the board has no I2C bus " + std::to_string(bus));
+    }
+    return *it->second;
+}
+
+I2cBus& Board::add_i2c_bus(int bus) {
+    if (bus < 0) throw std::out_of_range("twin: I2C bus numbers are not negative");
+    if (auto it = i2c_buses_.find(bus); it != i2c_buses_.end()) return *it->second;
+    auto created = std::make_shared<I2cBus>(bus, clock_);
+    devices_.add(I2cBus::path(bus), created);  // throws when another node holds the path
+    i2c_buses_.emplace(bus, created);
+    return *created;
 }
 
 void Board::refresh_photo_interrupters() {
@@ -364,7 +390,16 @@ uint64_t Board::timing_faults() const {
 
 std::vector<RecordedFault> Board::faults() const {
     std::lock_guard lock(mutex_);
-    return chip_.faults();
+    std::vector<RecordedFault> all = chip_.faults();
+    for (const auto& [number, bus] : i2c_buses_) {
+        for (const I2cDevice* device : bus->devices()) {
+            all.insert(all.end(), device->faults().begin(), device->faults().end());
+        }
+    }
+    std::stable_sort(all.begin(), all.end(), [](const RecordedFault& a, const RecordedFault& b) {
+        return a.time_ns < b.time_ns;
+    });
+    return all;
 }
 
 DriverType Board::driver() const {
@@ -397,6 +432,43 @@ void Board::set_pi_stuck(Motor m, std::optional<int> raw_level) {
     if (raw_level) raw_level = *raw_level != 0 ? 1 : 0;
     pi_stuck_[static_cast<size_t>(m)] = raw_level;
     refresh_photo_interrupters();
+}
+
+void Board::attach_i2c_device(int bus, int addr, std::shared_ptr<I2cDevice> device) {
+    std::lock_guard lock(mutex_);
+    add_i2c_bus(bus).attach(addr, std::move(device));
+}
+
+void Board::set_i2c_present(int bus, int addr, bool present) {
+    std::lock_guard lock(mutex_);
+    i2c_bus(bus).set_present(addr, present);
+}
+
+std::vector<I2cTransferRecord> Board::i2c_transfers(int bus) const {
+    std::lock_guard lock(mutex_);
+    return i2c_bus(bus).transfers();
+}
+
+void Board::clear_i2c_transfers(int bus) {
+    std::lock_guard lock(mutex_);
+    i2c_bus(bus).clear_transfers();
+}
+
+uint8_t Board::eeprom_byte(int addr) const {
+    if (addr < 0) throw std::out_of_range("twin: EEPROM addresses are not negative");
+    std::lock_guard lock(mutex_);
+    return eeprom_->byte(static_cast<uint32_t>(addr));
+}
+
+void Board::set_eeprom_byte(int addr, uint8_t value) {
+    if (addr < 0) throw std::out_of_range("twin: EEPROM addresses are not negative");
+    std::lock_guard lock(mutex_);
+    eeprom_->set_byte(static_cast<uint32_t>(addr), value);
+}
+
+std::vector<I2cRegisterWrite> Board::eeprom_writes() const {
+    std::lock_guard lock(mutex_);
+    return eeprom_->writes();
 }
 
 void Board::inject(FaultRule rule) {

@@ -1,8 +1,9 @@
 // The digital twin of the camera board: a virtual kernel behind the platform seam.
 //
 // Service face (the Platform methods): descriptors, files mapped into a sandbox, device
-// nodes (/dev/spidev1.0 with the lens motor driver chip behind it, sysfs GPIO), System V
-// IPC with salted keys, and a virtual clock. Control face (everything else): what tests,
+// nodes (/dev/spidev1.0 with the lens motor driver chip behind it, sysfs GPIO, the I2C
+// buses /dev/i2c-2 and /dev/i2c-9 with the module EEPROM), System V IPC with salted keys,
+// and a virtual clock. Control face (everything else): what tests,
 // the bench and the scenario runner use to set the physical state, inject faults and
 // observe what the service commanded.
 //
@@ -12,11 +13,13 @@
 
 #include <array>
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "platform/platform.hpp"
@@ -25,8 +28,11 @@
 #include "twin/faults.hpp"
 #include "twin/file_table.hpp"
 #include "twin/gpio_sysfs.hpp"
+#include "twin/i2c_bus.hpp"
+#include "twin/i2c_device.hpp"
 #include "twin/ipc.hpp"
 #include "twin/lens_motor.hpp"
+#include "twin/module_eeprom.hpp"
 #include "twin/ms41908.hpp"
 #include "twin/sandbox.hpp"
 #include "twin/spidev.hpp"
@@ -40,6 +46,9 @@ struct BoardConfig {
     // initializers that leave them out.
     std::string sandbox{};  // empty: a fresh mkdtemp dir, removed with the board
     std::optional<int> zoom_start{}, focus_start{};  // physical start positions; default seeded
+    // The module EEPROM's identification bytes (0x0000 valid, 0x0001 motor id); by default
+    // those of a sound module with this driver: valid 1, motor id 1 (MS41928) or 2 (MS41908).
+    std::optional<uint8_t> module_valid{}, module_motor_id{};
 };
 
 class Board : public zoomaf::Platform {
@@ -50,6 +59,10 @@ public:
     static constexpr int kVdGpio = 26;
     static constexpr int kZoomPiGpio = 22;
     static constexpr int kFocusPiGpio = 24;
+    // I2C: the sensor's identification registers sit on bus 2; the sensor, the lens
+    // voice-coil driver and the module EEPROM on bus 9.
+    static constexpr int kSensorIdBus = 2;
+    static constexpr int kModuleBus = 9;
 
     explicit Board(BoardConfig config = {});
     ~Board() override;
@@ -118,7 +131,9 @@ public:
     void clear_register_writes();
     uint64_t vd_pulses() const;
     uint64_t timing_faults() const;
-    std::vector<RecordedFault> faults() const;  // all the chip noticed, timing and others
+    // All the hardware noticed, by time: the driver chip's faults (timing and others) and
+    // the misuse the I2C devices recorded.
+    std::vector<RecordedFault> faults() const;
 
     // ---- control face: motors and photo-interrupters ----
     DriverType driver() const;
@@ -129,6 +144,29 @@ public:
     uint64_t clamped_pulses(Motor motor) const;
     // Holds a photo-interrupter's raw line at a level; std::nullopt releases it.
     void set_pi_stuck(Motor motor, std::optional<int> raw_level);
+
+    // ---- control face: I2C buses (bus >= 0; an unknown bus throws std::out_of_range) ----
+    // Builds a Device(board clock, args...) and wires it to a bus at a 7-bit address,
+    // creating /dev/i2c-<bus> when needed. Throws std::logic_error when the address is
+    // taken, std::invalid_argument when it is reserved (outside 0x08..0x77). The bus calls
+    // the device under the board mutex: read its state while no thread of the service runs.
+    template <typename Device, typename... Args>
+    std::shared_ptr<Device> make_i2c_device(int bus, int addr, Args&&... args) {
+        auto device = std::make_shared<Device>(clock_, std::forward<Args>(args)...);
+        attach_i2c_device(bus, addr, device);
+        return device;
+    }
+    // An absent device NAKs its address (ENXIO) and keeps its state until it is back.
+    // Throws std::out_of_range when no device is at bus/addr.
+    void set_i2c_present(int bus, int addr, bool present);
+    // Every transfer that reached the bus (failed ones included), in order.
+    std::vector<I2cTransferRecord> i2c_transfers(int bus) const;
+    void clear_i2c_transfers(int bus);
+
+    // ---- control face: module EEPROM (addr 0x0000..0x1FFF; throws std::out_of_range) ----
+    uint8_t eeprom_byte(int addr) const;
+    void set_eeprom_byte(int addr, uint8_t value);
+    std::vector<I2cRegisterWrite> eeprom_writes() const;
 
     // ---- control face: injected faults ----
     // Throws std::invalid_argument on a rule that cannot apply.
@@ -143,6 +181,9 @@ private:
     int pi_raw_level(Motor m) const;
     void on_gpio_change(int line, int level);
     void refresh_photo_interrupters();
+    I2cBus& i2c_bus(int bus) const;
+    I2cBus& add_i2c_bus(int bus);
+    void attach_i2c_device(int bus, int addr, std::shared_ptr<I2cDevice> device);
 
     mutable std::mutex mutex_;
     const BoardConfig config_;
@@ -157,6 +198,8 @@ private:
     DriverChip chip_;
     std::shared_ptr<SpiDevice> spi_;
     std::array<std::optional<int>, 2> pi_stuck_{};
+    std::map<int, std::shared_ptr<I2cBus>> i2c_buses_;
+    std::shared_ptr<ModuleEeprom> eeprom_;
     FileTable files_;  // last: open files go before the devices they refer to
 };
 

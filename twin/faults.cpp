@@ -36,6 +36,8 @@ const char* fault_kind_name(FaultKind kind) {
             return "chip not selected";
         case FaultKind::frame_length:
             return "frame length";
+        case FaultKind::i2c_misuse:
+            return "I2C misuse";
     }
     return "?";
 }

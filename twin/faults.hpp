@@ -2,7 +2,8 @@
 // - injected faults: rules a test sets so that a file, device, register read-back or sleep
 //   fails, to drive the service's failure paths;
 // - recorded faults: misuse of the hardware the board noticed (a VD pulse too early, a
-//   frame without chip select ...), which a test reads to judge the service.
+//   frame without chip select, an incomplete I2C register address ...), which a test reads
+//   to judge the service.
 #pragma once
 
 #include <cerrno>
@@ -61,6 +62,7 @@ enum class FaultKind {
     timing,             // VD pulse or channel register write while pulses still run
     chip_not_selected,  // SPI frame while chip select was low
     frame_length,       // SPI frame that is not 3 bytes long
+    i2c_misuse,         // I2C access a device takes but that shows a bug (see i2c_device.hpp)
 };
 
 const char* fault_kind_name(FaultKind kind);

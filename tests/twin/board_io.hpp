@@ -3,6 +3,8 @@
 #pragma once
 
 #include <fcntl.h>
+#include <linux/i2c-dev.h>
+#include <linux/i2c.h>
 #include <linux/spi/spidev.h>
 #include <sys/ioctl.h>
 
@@ -100,6 +102,53 @@ inline uint16_t chip_read(Platform& p, int fd, uint8_t addr) {
 inline void vd_pulse(Platform& p) {
     set_value(p, Board::kVdGpio, 1);
     set_value(p, Board::kVdGpio, 0);
+}
+
+inline std::string i2c_path(int bus) {
+    return "/dev/i2c-" + std::to_string(bus);
+}
+
+// One I2C_RDWR with the kernel's own structures; the ioctl's result, errno kept.
+inline int i2c_rdwr(Platform& p, int fd, std::vector<i2c_msg>& messages) {
+    i2c_rdwr_ioctl_data data{messages.data(), static_cast<uint32_t>(messages.size())};
+    return p.ioctl(fd, I2C_RDWR, &data);
+}
+
+struct I2cRead {
+    int result;
+    std::vector<uint8_t> data;
+};
+
+// A read at a 16-bit register address as the service sends it: open the bus, one transfer
+// of a 2-byte address write (high byte first) and an n-byte read, close. The data starts
+// as 0xEE so that bytes the transfer did not fill show.
+inline I2cRead read_reg16(Platform& p, int bus, uint16_t device, uint16_t addr, size_t n = 1) {
+    I2cRead out{-1, std::vector<uint8_t>(n, 0xEE)};
+    const int fd = p.open(i2c_path(bus).c_str(), O_RDWR);
+    if (fd < 0) return out;
+    uint8_t address[2] = {static_cast<uint8_t>(addr >> 8), static_cast<uint8_t>(addr & 0xFF)};
+    std::vector<i2c_msg> messages{{device, 0, 2, address},
+                                  {device, I2C_M_RD, static_cast<uint16_t>(n), out.data.data()}};
+    out.result = i2c_rdwr(p, fd, messages);
+    const int saved = errno;
+    p.close(fd);
+    errno = saved;
+    return out;
+}
+
+// A write at a 16-bit register address: one message of the address and the values.
+inline int write_reg16(Platform& p, int bus, uint16_t device, uint16_t addr,
+                       std::vector<uint8_t> values) {
+    const int fd = p.open(i2c_path(bus).c_str(), O_RDWR);
+    if (fd < 0) return -1;
+    values.insert(values.begin(),
+                  {static_cast<uint8_t>(addr >> 8), static_cast<uint8_t>(addr & 0xFF)});
+    std::vector<i2c_msg> messages{{device, 0, static_cast<uint16_t>(values.size()), values.data()}};
+    const int result = i2c_rdwr(p, fd, messages);
+    const int saved = errno;
+    p.close(fd);
+    errno = saved;
+    return result;
 }
 
 }  // namespace zoomaf::twin::test

@@ -52,6 +52,35 @@ TEST(BoardThreads, MotorDrivePiReadsAndSleepsRunTogether) {
     EXPECT_EQ(board.timing_faults(), 0u);
 }
 
+TEST(BoardThreads, I2cTransfersAndTheControlFaceRunTogether) {
+    Board board;
+    constexpr int kReads = 300;
+    std::atomic<bool> done{false};
+    std::thread service([&] {
+        for (int i = 0; i < kReads; ++i) {
+            const auto read = test::read_reg16(board, Board::kModuleBus, 0x50, 0x0001);
+            // The control thread may have made the chip absent at this moment.
+            EXPECT_TRUE(read.result == 2 || (read.result == -1 && errno == ENXIO));
+            board.sleep_ns(10'000);
+        }
+        done = true;
+    });
+    std::thread control([&] {
+        uint8_t value = 0;
+        while (!done.load()) {
+            board.set_eeprom_byte(0x0001, ++value);
+            board.set_i2c_present(Board::kModuleBus, 0x50, value % 4 != 0);
+            board.i2c_transfers(Board::kModuleBus);
+            board.faults();
+        }
+        board.set_i2c_present(Board::kModuleBus, 0x50, true);
+    });
+    service.join();
+    control.join();
+    EXPECT_EQ(board.i2c_transfers(Board::kModuleBus).size(), static_cast<size_t>(kReads));
+    EXPECT_EQ(board.open_descriptors(), 0u);
+}
+
 TEST(BoardThreads, ABlockedSemopDoesNotHoldTheBoard) {
     Board board;
     const int sem = board.semget(0x5A0F0C13, 1, IPC_CREAT | 0666);
