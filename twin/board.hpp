@@ -83,8 +83,9 @@ public:
     int semget(key_t key, int nsems, int flags) override;
     int semctl(int id, int num, int cmd, int arg) override;
     int semop(int id, sembuf* ops, size_t nops) override;
-    // Virtual mode: advances the clock by ns. Real-time mode: sleeps ns / speed. A sleep
-    // fault returns -1 with the rule's errno, sleeps nothing and is not counted.
+    // Virtual mode: advances the clock by ns. Real-time mode: sleeps ns / speed from the
+    // call on, to within a few microseconds (see kSpinGuardNs). A sleep fault returns -1
+    // with the rule's errno, sleeps nothing and is not counted.
     int sleep_ns(uint64_t ns) override;
     timespec monotonic() override;
     timeval wall() override;

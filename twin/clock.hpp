@@ -39,9 +39,10 @@ public:
     void set_virtual_time();
     bool real_time() const { return real_time_; }
 
-private:
+    // The host's CLOCK_MONOTONIC in nanoseconds, which real-time mode follows.
     static uint64_t real_monotonic_ns();
 
+private:
     bool real_time_ = false;
     double speed_ = 1.0;
     uint64_t virtual_ns_ = kMonotonicStartNs;  // the time in virtual mode, the anchor in real

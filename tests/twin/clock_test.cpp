@@ -1,14 +1,50 @@
 // The board clock: virtual time driven by sleeps, and real-time mode for the bench.
 #include <sys/prctl.h>
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
+#include <fstream>
 #include <thread>
 
 #include "gtest/gtest.h"
 #include "twin/board.hpp"
 
+#if __has_include(<valgrind/valgrind.h>)
+#include <valgrind/valgrind.h>
+#endif
+
 namespace zoomaf::twin {
 namespace {
+
+// Sanitizers and valgrind slow every call down too much to judge microseconds.
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+constexpr bool kInstrumented = true;
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+constexpr bool kInstrumented = true;
+#else
+constexpr bool kInstrumented = false;
+#endif
+#else
+constexpr bool kInstrumented = false;
+#endif
+
+// Time the calling thread has spent runnable but waiting for a CPU, from the scheduler's
+// statistics; 0 where the kernel does not keep them.
+uint64_t cpu_wait_ns() {
+    std::ifstream stat("/proc/thread-self/schedstat");
+    uint64_t on_cpu = 0, waiting = 0;
+    stat >> on_cpu >> waiting;
+    return stat ? waiting : 0;
+}
+
+bool timing_is_measurable() {
+#ifdef RUNNING_ON_VALGRIND
+    if (RUNNING_ON_VALGRIND) return false;
+#endif
+    return !kInstrumented;
+}
 
 uint64_t ns_of(timespec ts) {
     return static_cast<uint64_t>(ts.tv_sec) * 1'000'000'000ull + static_cast<uint64_t>(ts.tv_nsec);
@@ -108,6 +144,74 @@ TEST(RealTimeClock, SwitchingModesKeepsTheClockContinuous) {
     EXPECT_GE(frozen - after, 2'000'000u);
     std::this_thread::sleep_for(std::chrono::milliseconds(2));
     EXPECT_EQ(board.now_ns(), frozen) << "virtual time stands still between sleeps";
+}
+
+TEST(PreciseSleeps, EndCloseToTheirDeadline) {
+    Board board;
+    board.set_real_time(1.0);
+    // Shorter than the spin guard, around it, and one VD period of the run engine.
+    std::vector<uint64_t> requests;
+    for (int i = 0; i < 50; ++i)
+        requests.push_back(20'000 + 10'000 * static_cast<uint64_t>(i % 25));
+    for (int i = 0; i < 20; ++i) requests.push_back(8'000'000);
+
+    // The bound is on what the board does, and on a machine shared with others a thread is
+    // sometimes kept off the CPU for milliseconds. A sleep during which the scheduler kept
+    // this thread waiting for a CPU is not judged, and a round goes on counting only with
+    // most of its sleeps judged; the first of up to five rounds that meets the bound passes.
+    // ctest runs these tests alone (see CMakeLists.txt).
+    constexpr uint64_t kCpuDeniedNs = 50'000;
+    std::vector<double> round_means;
+    for (int round = 0; round < 5; ++round) {
+        uint64_t judged = 0, total_overshoot = 0;
+        for (const uint64_t ns : requests) {
+            const uint64_t waited_before = cpu_wait_ns();
+            const uint64_t start = real_ns();
+            ASSERT_EQ(board.sleep_ns(ns), 0);
+            const uint64_t elapsed = real_ns() - start;
+            ASSERT_GE(elapsed, ns) << "a sleep never ends early";
+            if (cpu_wait_ns() - waited_before > kCpuDeniedNs) continue;
+            ++judged;
+            total_overshoot += elapsed - ns;
+        }
+        if (judged < requests.size() * 3 / 4) continue;
+        round_means.push_back(static_cast<double>(total_overshoot) / static_cast<double>(judged));
+        if (round_means.back() < 20'000.0) break;
+    }
+    if (!timing_is_measurable()) GTEST_SKIP() << "overshoot not judged under instrumentation";
+    if (round_means.empty()) GTEST_SKIP() << "the machine kept this thread off the CPU too often";
+    EXPECT_LT(*std::min_element(round_means.begin(), round_means.end()), 20'000.0)
+        << "mean overshoot in ns of each round: " << ::testing::PrintToString(round_means);
+}
+
+TEST(PreciseSleeps, OfSeveralThreadsRunTogetherOnAContinuousClock) {
+    Board board;
+    board.set_real_time(1.0);
+    constexpr int kThreads = 4, kSleeps = 10;
+    constexpr uint64_t kSleepNs = 2'000'000;
+    std::atomic<int> early{0}, backwards{0};
+    const uint64_t start = real_ns();
+    std::vector<std::thread> threads;
+    for (int t = 0; t < kThreads; ++t) {
+        threads.emplace_back([&] {
+            uint64_t last_virtual = board.now_ns();
+            for (int i = 0; i < kSleeps; ++i) {
+                const uint64_t before = real_ns();
+                board.sleep_ns(kSleepNs);
+                if (real_ns() - before < kSleepNs) ++early;
+                const uint64_t virtual_now = board.now_ns();
+                if (virtual_now < last_virtual + kSleepNs) ++backwards;
+                last_virtual = virtual_now;
+            }
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    const uint64_t elapsed = real_ns() - start;
+    EXPECT_EQ(early.load(), 0);
+    EXPECT_EQ(backwards.load(), 0) << "each sleep moves the board clock on by its length";
+    EXPECT_EQ(board.sleep_calls(), uint64_t{kThreads * kSleeps});
+    EXPECT_EQ(board.slept_ns(), kThreads * kSleeps * kSleepNs);
+    EXPECT_LT(elapsed, 3 * kSleeps * kSleepNs) << "the threads slept side by side, not in turn";
 }
 
 TEST(RealTimeClock, SleepingThreadsGetATightTimerSlack) {
