@@ -1,7 +1,11 @@
-// zoomaf-motor-demo: the motor driver on the digital twin in real time. Programs the
-// driver's default registers, runs the focus motor, the zoom motor and a zoom move with
-// focus following, and reports the emulated positions and the VD pacing: how much time the
-// run engine spends per VD period beyond the waits it is prescribed.
+// zoomaf-motor-demo: the motor driver on the digital twin. Initialises the driver (module
+// memory, SPI, GPIO, default registers) and homes both motors from unknown seeded start
+// positions, then zooms and focuses in real time and reports the emulated positions and the
+// VD pacing:
+//  - the run engine's overhead per VD period beyond every wait it is prescribed (SPI, GPIO
+//    and period sleeps), timer slack and sleep overshoot included;
+//  - a zoom's elapsed time over its pacing limit, the sum over its periods of the period
+//    waits (GetTimes + 1.515 ms).
 #include <time.h>
 
 #include <cstdio>
@@ -10,12 +14,16 @@
 #include <string>
 
 #include "twin/board.hpp"
+#include "twin/recording_platform.hpp"
 #include "zoomaf/lib_motor.h"
 
 namespace {
 
 using zoomaf::twin::Board;
 using zoomaf::twin::Motor;
+using zoomaf::twin::RecordingPlatform;
+
+constexpr uint64_t kPeriodWaitMinNs = 1515000;  // every period wait ends with 1.515 ms
 
 uint64_t real_ns() {
     timespec ts{};
@@ -24,106 +32,99 @@ uint64_t real_ns() {
 }
 
 struct Pacing {
+    const char* what = "";
     uint64_t periods = 0;
-    uint64_t prescribed_ns = 0;
-    uint64_t elapsed_ns = 0;
+    double prescribed_ns = 0;    // every requested sleep, in real time
+    double period_waits_ns = 0;  // the period waits alone, in real time
+    double elapsed_ns = 0;
+    int zoom = 0, focus = 0, driver_zoom = 0, driver_focus = 0;
 };
 
-// Runs one planned move and measures it against the sleeps the driver asked for.
-template <class Run>
-Pacing measured(Board& board, double speed, Run run) {
+template <class Move>
+Pacing measured(const char* what, Board& board, RecordingPlatform& meter, double speed, Move move) {
     const uint64_t pulses = board.vd_pulses();
-    const uint64_t slept = board.slept_ns();
+    const uint64_t slept = meter.slept_ns_at_least(0);
+    const uint64_t waits = meter.slept_ns_at_least(kPeriodWaitMinNs);
     const uint64_t start = real_ns();
-    run();
+    move();
     Pacing p;
-    p.elapsed_ns = real_ns() - start;
+    p.what = what;
+    p.elapsed_ns = double(real_ns() - start);
     p.periods = board.vd_pulses() - pulses;
-    p.prescribed_ns = uint64_t((board.slept_ns() - slept) / speed);
+    p.prescribed_ns = double(meter.slept_ns_at_least(0) - slept) / speed;
+    p.period_waits_ns = double(meter.slept_ns_at_least(kPeriodWaitMinNs) - waits) / speed;
+    p.zoom = board.motor_position(Motor::zoom);
+    p.focus = board.motor_position(Motor::focus);
+    p.driver_zoom = GetCurSteps(MOTOR_ZOOM);
+    p.driver_focus = GetCurSteps(MOTOR_FOCUS);
     return p;
 }
 
-void plan(int motor, int distance, uint8_t steps_per_period) {
-    MotorRunState& m = gRunData.motor[motor];
-    const bool up = distance > 0;
-    m.dir = motor == MOTOR_FOCUS ? up : !up;
-    m.total_steps = static_cast<uint16_t>(std::abs(distance));
-    m.dst_steps = static_cast<int16_t>(m.cur_steps + distance);
-    m.psum = steps_per_period;
-    m.loops = static_cast<uint16_t>((m.total_steps + steps_per_period - 1) / steps_per_period);
-    m.last_psum = static_cast<uint8_t>(m.total_steps - steps_per_period * (m.loops - 1));
-    m.intct = 400;
-}
-
-void report(const char* what, const Pacing& p, Board& board) {
-    const double period_us = p.periods ? p.prescribed_ns / 1e3 / p.periods : 0;
-    const double overhead_us =
-        p.periods ? (double(p.elapsed_ns) - double(p.prescribed_ns)) / 1e3 / p.periods : 0;
+void report(const Pacing& p) {
+    const double period_us = p.periods ? p.period_waits_ns / 1e3 / p.periods : 0;
+    const double overhead_us = p.periods ? (p.elapsed_ns - p.prescribed_ns) / 1e3 / p.periods : 0;
     std::printf(
-        "\n== %s: %llu VD periods, prescribed %.3f ms, took %.3f ms\n"
-        "   overhead per period %.1f us = %.2f %% of the %.1f us period\n"
-        "   emulated zoom %d, focus %d; driver zoom %d, focus %d; timing faults %llu\n\n",
-        what, (unsigned long long)p.periods, p.prescribed_ns / 1e6, p.elapsed_ns / 1e6, overhead_us,
+        "  %-34s %4llu periods  %9.3f ms  overhead/period %6.1f us (%5.2f %% of %7.1f us)  "
+        "elapsed/pacing limit %.4f\n"
+        "  %-34s lens zoom %5d focus %5d   driver zoom %5d focus %5d\n",
+        p.what, (unsigned long long)p.periods, p.elapsed_ns / 1e6, overhead_us,
         period_us > 0 ? 100.0 * overhead_us / period_us : 0.0, period_us,
-        board.motor_position(Motor::zoom), board.motor_position(Motor::focus),
-        GetCurSteps(MOTOR_ZOOM), GetCurSteps(MOTOR_FOCUS),
-        (unsigned long long)board.timing_faults());
+        p.period_waits_ns > 0 ? p.elapsed_ns / p.period_waits_ns : 0.0, "", p.zoom, p.focus,
+        p.driver_zoom, p.driver_focus);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
     double speed = 1.0;
-    if (argc > 2 && std::strcmp(argv[1], "--speed") == 0) speed = std::atof(argv[2]);
+    bool ms41908 = false;
+    uint64_t seed = 2026;
+    for (int i = 1; i < argc; ++i) {
+        if (std::strcmp(argv[i], "--speed") == 0 && i + 1 < argc) {
+            speed = std::atof(argv[++i]);
+        } else if (std::strcmp(argv[i], "--seed") == 0 && i + 1 < argc) {
+            seed = std::strtoull(argv[++i], nullptr, 10);
+        } else if (std::strcmp(argv[i], "--ms41908") == 0) {
+            ms41908 = true;
+        } else {
+            speed = 0;
+        }
+    }
     if (speed <= 0) {
-        std::fprintf(stderr, "usage: zoomaf-motor-demo [--speed N]  (N > 0, 1 = real time)\n");
+        std::fprintf(stderr,
+                     "usage: zoomaf-motor-demo [--speed N] [--seed S] [--ms41908]\n"
+                     "  N > 0 runs the twin N times faster than real time (default 1)\n");
         return 2;
     }
 
-    Board board({.seed = 2026, .zoom_start = 0, .focus_start = 0});
-    zoomaf::install_platform(&board);
+    Board board({.seed = seed,
+                 .driver = ms41908 ? zoomaf::twin::DriverType::ms41908
+                                   : zoomaf::twin::DriverType::ms41928});
+    RecordingPlatform meter(board);
+    zoomaf::install_platform(&meter);
+    const int zoom_start = board.motor_position(Motor::zoom);
+    const int focus_start = board.motor_position(Motor::focus);
+
+    // Homing is not what is measured: it runs ten times faster than the moves.
+    board.set_real_time(10 * speed);
+    const uint32_t init = Initmotor(10, 1);
     board.set_real_time(speed);
+    std::printf("\n== Initmotor(10, 1) = %u; homed from zoom %d, focus %d to zoom %d, focus %d\n",
+                init, zoom_start, focus_start, board.motor_position(Motor::zoom),
+                board.motor_position(Motor::focus));
 
-    std::printf("== programming the driver's default registers (MS41928 module)\n");
-    InitAttr(10);
-    if (InitSpi() != 0) return 1;
-    InitGPIO(1);
-    InitReg();
-    std::printf("\n   chip registers:");
-    for (int i = 0; i < REG_MOTOR_ENTRIES; ++i) {
-        const int addr = reg_motor[i][0];
-        std::printf("%s 0x%02X=0x%04X", i % 6 ? "" : "\n  ", addr, board.chip_register(addr));
-    }
-    std::printf("\n   lens placed at both photo-interrupter edges: zoom %d, focus %d\n\n",
-                board.motor_position(Motor::zoom), board.motor_position(Motor::focus));
+    const Pacing wide =
+        measured("zoom to x3.5 (StartRun)", board, meter, speed, [] { SetMultiple(0, 0, 3.5f); });
+    const Pacing focus =
+        measured("focus to 1500 (StartRun)", board, meter, speed, [] { SetFocusLens(1500, 0); });
+    const Pacing tele = measured("x3.5 to x11, focus -2000 (ReNew)", board, meter, speed,
+                                 [] { SetMultiple(-2000, 1, 11.0f); });
 
-    plan(MOTOR_FOCUS, 400, 8);
-    gRunData.motor_order = 2;
-    gRunData.maxloops = gRunData.motor[MOTOR_FOCUS].loops;
-    const Pacing focus = measured(board, speed, [] { StartRun(); });
-
-    plan(MOTOR_ZOOM, -600, 16);
-    gRunData.motor_order = 1;
-    gRunData.maxloops = gRunData.motor[MOTOR_ZOOM].loops;
-    const Pacing zoom = measured(board, speed, [] { StartRun(); });
-
-    gRunData.multiple_cur = 3.5f;
-    plan(MOTOR_ZOOM, 1200, 16);
-    plan(MOTOR_FOCUS, -700, 8);
-    gRunData.motor_order = 1 | 2 << 2;
-    const Pacing both = measured(board, speed, [] { StartRunReNew(); });
-
-    report("focus +400 steps (StartRun)", focus, board);
-    report("zoom -600 steps (StartRun)", zoom, board);
-    report("zoom +1200 with focus -700 (StartRunReNew)", both, board);
-
-    Pacing all;
-    for (const Pacing& p : {focus, zoom, both}) {
-        all.periods += p.periods;
-        all.prescribed_ns += p.prescribed_ns;
-        all.elapsed_ns += p.elapsed_ns;
-    }
-    report("all runs", all, board);
+    std::printf("\n== VD pacing in real time (speed %g), %s module, seed %llu\n", speed,
+                ms41908 ? "MS41908" : "MS41928", (unsigned long long)seed);
+    for (const Pacing& p : {wide, focus, tele}) report(p);
+    std::printf("  timing faults %llu, VD pulses %llu\n", (unsigned long long)board.timing_faults(),
+                (unsigned long long)board.vd_pulses());
     zoomaf::install_platform(nullptr);
-    return board.timing_faults() == 0 ? 0 : 1;
+    return init == 0 && board.timing_faults() == 0 ? 0 : 1;
 }
