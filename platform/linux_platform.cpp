@@ -29,6 +29,15 @@ int LinuxPlatform::access(const char* path, int mode) {
 FILE* LinuxPlatform::fopen(const char* path, const char* mode) {
     return ::fopen(path, mode);
 }
+int LinuxPlatform::rename(const char* from, const char* to) {
+    return ::rename(from, to);
+}
+int LinuxPlatform::fsync(int fd) {
+    return ::fsync(fd);
+}
+char* LinuxPlatform::getcwd(char* buf, size_t size) {
+    return ::getcwd(buf, size);
+}
 
 int LinuxPlatform::shmget(key_t key, size_t size, int flags) {
     return ::shmget(key, size, flags);

@@ -26,6 +26,11 @@ public:
     virtual int ioctl(int fd, unsigned long request, void* arg) = 0;
     virtual int access(const char* path, int mode) = 0;
     virtual FILE* fopen(const char* path, const char* mode) = 0;
+    // Replacing a file whole: write a new one beside it, flush it to disk, rename it over.
+    virtual int rename(const char* from, const char* to) = 0;
+    virtual int fsync(int fd) = 0;
+    // The working directory relative paths resolve against (for messages).
+    virtual char* getcwd(char* buf, size_t size) = 0;
     // System V IPC
     virtual int shmget(key_t key, size_t size, int flags) = 0;
     virtual void* shmat(int id, const void* addr, int flags) = 0;
@@ -50,6 +55,9 @@ public:
     int ioctl(int fd, unsigned long request, void* arg) override;
     int access(const char* path, int mode) override;
     FILE* fopen(const char* path, const char* mode) override;
+    int rename(const char* from, const char* to) override;
+    int fsync(int fd) override;
+    char* getcwd(char* buf, size_t size) override;
     int shmget(key_t key, size_t size, int flags) override;
     void* shmat(int id, const void* addr, int flags) override;
     int semget(key_t key, int nsems, int flags) override;

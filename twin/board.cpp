@@ -217,6 +217,33 @@ FILE* Board::fopen(const char* path, const char* mode) {
     return ::fopen(sandbox_.real_path(vpath).c_str(), mode);
 }
 
+int Board::rename(const char* from, const char* to) {
+    if (from == nullptr || to == nullptr) return fail(EFAULT, -1);
+    std::lock_guard lock(mutex_);
+    if (*from == '\0' || *to == '\0') return fail(ENOENT, -1);
+    const std::string vfrom = Sandbox::normalise(from);
+    const std::string vto = Sandbox::normalise(to);
+    if (auto error = injected(FaultRule::Op::rename, vfrom)) return fail(*error, -1);
+    if (Sandbox::is_kernel_path(vfrom) || Sandbox::is_kernel_path(vto)) return fail(EPERM, -1);
+    return ::rename(sandbox_.real_path(vfrom).c_str(), sandbox_.real_path(vto).c_str());
+}
+
+int Board::fsync(int fd) {
+    std::lock_guard lock(mutex_);
+    FileTable::Entry* entry = files_.find(fd);
+    if (entry == nullptr) return fail(EBADF, -1);
+    if (auto error = injected(FaultRule::Op::fsync, entry->path)) return fail(*error, -1);
+    return entry->file->fsync();
+}
+
+char* Board::getcwd(char* buf, size_t size) {
+    if (buf == nullptr) return fail(EINVAL, static_cast<char*>(nullptr));
+    if (size < 2) return fail(ERANGE, static_cast<char*>(nullptr));
+    buf[0] = '/';
+    buf[1] = '\0';
+    return buf;
+}
+
 int Board::shmget(key_t key, size_t size, int flags) {
     std::lock_guard lock(mutex_);
     return ipc_.shmget(key, size, flags);

@@ -78,6 +78,12 @@ public:
     int access(const char* path, int mode) override;
     // A real FILE* on the sandbox file; device nodes cannot be opened this way (ENXIO).
     FILE* fopen(const char* path, const char* mode) override;
+    // Both paths map into the sandbox; nothing under /dev or /sys can be renamed (EPERM).
+    int rename(const char* from, const char* to) override;
+    // Flushes the real sandbox file behind the descriptor; EINVAL on a device node.
+    int fsync(int fd) override;
+    // The board's working directory: "/", the sandbox root.
+    char* getcwd(char* buf, size_t size) override;
     int shmget(key_t key, size_t size, int flags) override;
     void* shmat(int id, const void* addr, int flags) override;
     int semget(key_t key, int nsems, int flags) override;

@@ -10,6 +10,11 @@ int OpenFile::ioctl(unsigned long /*request*/, void* /*arg*/) {
     return -1;
 }
 
+int OpenFile::fsync() {
+    errno = EINVAL;
+    return -1;
+}
+
 void DeviceTable::add(const std::string& path, std::shared_ptr<DeviceNode> node) {
     if (!nodes_.emplace(path, std::move(node)).second) {
         throw std::logic_error("twin: two device nodes at " + path);

@@ -23,6 +23,9 @@ public:
     virtual ssize_t write(const void* buf, size_t n) = 0;
     // Default: the request is not one this file knows (ENOTTY), as for a plain file.
     virtual int ioctl(unsigned long request, void* arg);
+    // Default: nothing to flush on a device node that cannot be synced (EINVAL), as for a
+    // character device.
+    virtual int fsync();
 };
 
 class DeviceNode {

@@ -24,6 +24,10 @@ const char* op_name(FaultRule::Op op) {
             return "readback";
         case FaultRule::Op::sleep:
             return "sleep";
+        case FaultRule::Op::rename:
+            return "rename";
+        case FaultRule::Op::fsync:
+            return "fsync";
     }
     return "?";
 }

@@ -17,15 +17,15 @@
 namespace zoomaf::twin {
 
 struct FaultRule {
-    enum class Op { open, read, write, ioctl, fopen, access, readback, sleep };
+    enum class Op { open, read, write, ioctl, fopen, access, readback, sleep, rename, fsync };
     Op op = Op::open;
-    std::string
-        path{};         // exact path for file/device ops ("" = any path); unused for readback/sleep
-    int reg = -1;       // readback: register address 0x00..0x3F (-1 = any)
-    int error = EIO;    // errno set by the failing call
-    int count = 1;      // failures to deliver; -1 = unlimited
-    double rate = 1.0;  // probability that a matching call fails (seeded)
-    int skip = 0;       // matching calls to let through first
+    std::string path{};  // exact path for file/device ops ("" = any path; rename: the source path);
+                         // unused for readback/sleep
+    int reg = -1;        // readback: register address 0x00..0x3F (-1 = any)
+    int error = EIO;     // errno set by the failing call
+    int count = 1;       // failures to deliver; -1 = unlimited
+    double rate = 1.0;   // probability that a matching call fails (seeded)
+    int skip = 0;        // matching calls to let through first
 };
 
 const char* op_name(FaultRule::Op op);

@@ -8,6 +8,7 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "platform/platform.hpp"
@@ -46,8 +47,14 @@ public:
             if (ns >= min_ns) sum += ns;
         return sum;
     }
+    // Every rename asked for, as (from, to).
+    std::vector<std::pair<std::string, std::string>> renames() const {
+        std::lock_guard lock(mutex_);
+        return renames_;
+    }
     void clear() {
         std::lock_guard lock(mutex_);
+        renames_.clear();
         opens_.clear();
         writes_.clear();
         sleeps_.clear();
@@ -80,6 +87,15 @@ public:
     }
     int access(const char* path, int mode) override { return inner_.access(path, mode); }
     FILE* fopen(const char* path, const char* mode) override { return inner_.fopen(path, mode); }
+    int rename(const char* from, const char* to) override {
+        {
+            std::lock_guard lock(mutex_);
+            renames_.push_back({from, to});
+        }
+        return inner_.rename(from, to);
+    }
+    int fsync(int fd) override { return inner_.fsync(fd); }
+    char* getcwd(char* buf, size_t size) override { return inner_.getcwd(buf, size); }
     int shmget(key_t key, size_t size, int flags) override {
         return inner_.shmget(key, size, flags);
     }
@@ -110,6 +126,7 @@ private:
     std::vector<std::string> opens_;
     std::vector<Write> writes_;
     std::vector<uint64_t> sleeps_;
+    std::vector<std::pair<std::string, std::string>> renames_;
 };
 
 }  // namespace zoomaf::twin

@@ -21,6 +21,7 @@ public:
     ~RealFile() override { ::close(fd_); }
     ssize_t read(void* buf, size_t n) override { return ::read(fd_, buf, n); }
     ssize_t write(const void* buf, size_t n) override { return ::write(fd_, buf, n); }
+    int fsync() override { return ::fsync(fd_); }
 
 private:
     int fd_;

@@ -35,6 +35,28 @@ TEST(LinuxPlatform, FilesGoStraightToTheKernel) {
     rmdir(dir);
 }
 
+TEST(LinuxPlatform, ReplacesAFileByRenameAfterFlushingIt) {
+    char dir[] = "/tmp/zoomaf-platform-XXXXXX";
+    ASSERT_NE(mkdtemp(dir), nullptr);
+    const std::string path = std::string(dir) + "/f";
+    const std::string temporary = path + ".tmp";
+    LinuxPlatform os;
+    const int fd = os.open(temporary.c_str(), O_CREAT | O_WRONLY);
+    ASSERT_GE(fd, 0);
+    EXPECT_EQ(os.write(fd, "new", 3), 3);
+    EXPECT_EQ(os.fsync(fd), 0);
+    EXPECT_EQ(os.close(fd), 0);
+    EXPECT_EQ(os.rename(temporary.c_str(), path.c_str()), 0);
+    EXPECT_EQ(os.access(temporary.c_str(), F_OK), -1);
+    EXPECT_EQ(os.access(path.c_str(), F_OK), 0);
+    EXPECT_EQ(os.fsync(-1), -1);
+    char cwd[4096];
+    ASSERT_NE(os.getcwd(cwd, sizeof cwd), nullptr);
+    EXPECT_EQ(cwd[0], '/');
+    unlink(path.c_str());
+    rmdir(dir);
+}
+
 TEST(LinuxPlatform, SleepsAtLeastWhatIsAsked) {
     LinuxPlatform os;
     const timespec before = os.monotonic();

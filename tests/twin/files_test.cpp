@@ -204,5 +204,62 @@ TEST(Sandbox, TwoBoardsDoNotShareFiles) {
     EXPECT_EQ(second.access("/laserclearinfo", F_OK), -1);
 }
 
+TEST(Sandbox, RenameReplacesAFileInsideTheSandboxAndFsyncFlushesIt) {
+    Board board;
+    board.write_file("/laserclearinfo", "old");
+    const int fd = board.open("laserclearinfo.tmp", O_WRONLY | O_CREAT | O_TRUNC);
+    ASSERT_GE(fd, 0);
+    ASSERT_EQ(board.write(fd, "new", 3), 3);
+    EXPECT_EQ(board.fsync(fd), 0);
+    ASSERT_EQ(board.close(fd), 0);
+    EXPECT_EQ(board.rename("./laserclearinfo.tmp", "./laserclearinfo"), 0);
+    EXPECT_EQ(board.read_file("/laserclearinfo"), "new");
+    EXPECT_EQ(board.access("/laserclearinfo.tmp", F_OK), -1);
+
+    errno = 0;
+    EXPECT_EQ(board.rename("/missing", "/laserclearinfo"), -1);
+    EXPECT_EQ(errno, ENOENT);
+    errno = 0;
+    EXPECT_EQ(board.rename("/laserclearinfo", "/dev/spidev1.0"), -1);
+    EXPECT_EQ(errno, EPERM);
+    EXPECT_EQ(board.read_file("/laserclearinfo"), "new");
+
+    errno = 0;
+    EXPECT_EQ(board.fsync(fd), -1) << "closed descriptor";
+    EXPECT_EQ(errno, EBADF);
+    const int spi = board.open("/dev/spidev1.0", O_RDWR);
+    errno = 0;
+    EXPECT_EQ(board.fsync(spi), -1) << "a device node has nothing to flush";
+    EXPECT_EQ(errno, EINVAL);
+}
+
+TEST(Sandbox, RenameAndFsyncFaultsFailWithoutTouchingTheFiles) {
+    Board board;
+    board.write_file("/store", "old");
+    board.write_file("/store.tmp", "new");
+    board.inject({.op = FaultRule::Op::rename, .path = "store.tmp", .error = EIO});
+    errno = 0;
+    EXPECT_EQ(board.rename("/store.tmp", "/store"), -1);
+    EXPECT_EQ(errno, EIO);
+    EXPECT_EQ(board.read_file("/store"), "old");
+    EXPECT_EQ(board.read_file("/store.tmp"), "new");
+
+    const int fd = board.open("/store.tmp", O_WRONLY);
+    board.inject({.op = FaultRule::Op::fsync, .error = ENOSPC});
+    errno = 0;
+    EXPECT_EQ(board.fsync(fd), -1);
+    EXPECT_EQ(errno, ENOSPC);
+    EXPECT_EQ(board.fsync(fd), 0) << "the fault was delivered once";
+}
+
+TEST(Sandbox, TheWorkingDirectoryIsTheSandboxRoot) {
+    Board board;
+    char cwd[8] = "x";
+    EXPECT_STREQ(board.getcwd(cwd, sizeof cwd), "/");
+    errno = 0;
+    EXPECT_EQ(board.getcwd(cwd, 1), nullptr);
+    EXPECT_EQ(errno, ERANGE);
+}
+
 }  // namespace
 }  // namespace zoomaf::twin
