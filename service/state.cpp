@@ -15,6 +15,7 @@ int32_t is_manual_positon_update = 0;
 float manual_positon_percentage = 0.0f;
 int32_t is_center_af_winratio_update = 0;
 std::atomic<int32_t> is_free_focus_opr_over{0};
+int32_t current_select_pdaf_window = 0;
 int32_t laser_focus_compensation = 0;
 int32_t pdafcnt_over_multiple_change = 0;
 int32_t defauult_probe_dir = -1;

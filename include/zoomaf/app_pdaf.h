@@ -40,6 +40,7 @@ ZOOMAF_API extern int32_t is_manual_positon_update;
 ZOOMAF_API extern float manual_positon_percentage;
 ZOOMAF_API extern int32_t is_center_af_winratio_update;
 ZOOMAF_API extern ZOOMAF_ATOMIC(int32_t) is_free_focus_opr_over;
+ZOOMAF_API extern int32_t current_select_pdaf_window; /* PDAF window chosen; 0 on mode change */
 ZOOMAF_API extern int32_t laser_focus_compensation; /* -5: none learned */
 ZOOMAF_API extern int32_t pdafcnt_over_multiple_change;
 ZOOMAF_API extern int32_t defauult_probe_dir;
