@@ -1,7 +1,7 @@
 // The shared state of the focus service, valid from load time with its initial values.
 #include "zoomaf/app_pdaf.h"
 
-int32_t current_focus_mode = PDAF_CENTER_MODE;
+std::atomic<int32_t> current_focus_mode{PDAF_CENTER_MODE};
 int32_t cur_day_night_mode = 0;
 float current_multiple = 1.0f;
 int32_t motor_position = -1;
@@ -19,7 +19,7 @@ int32_t current_select_pdaf_window = 0;
 int32_t laser_focus_compensation = 0;
 int32_t pdafcnt_over_multiple_change = 0;
 int32_t defauult_probe_dir = -1;
-int32_t multiple_index = 0;
+std::atomic<int32_t> multiple_index{0};
 int32_t current_multiple_index = 0;
 std::atomic<int32_t> zoom_running_flag{0};
 std::atomic<int32_t> onoff{0};

@@ -1,0 +1,28 @@
+// Helpers shared by the focus service's units; not part of the exported interface.
+#pragma once
+
+#include <cstdint>
+
+#include "zoomaf/app_pdaf.h"
+
+namespace zoomaf {
+
+// Steps from files are not range-checked, so sums of them wrap around like the board's
+// 32-bit arithmetic instead of overflowing.
+inline int32_t wrapping_add(int32_t a, int32_t b) {
+    return static_cast<int32_t>(static_cast<uint32_t>(a) + static_cast<uint32_t>(b));
+}
+
+// A focus step of the lens table with the unit's motor calibration added, as every user of
+// the table takes it. row and column must be inside the table.
+inline int32_t calibrated_step(int row, int column) {
+    return wrapping_add(TxtToDat[row][column], calibration_offset_step);
+}
+
+// The current zoom's row of mator_step_section, or -1 when multiple_index is outside it.
+inline int32_t current_section_row() {
+    const int32_t row = multiple_index.load(std::memory_order_relaxed);
+    return row >= 0 && row < LENS_TABLE_ROWS ? row : -1;
+}
+
+}  // namespace zoomaf
