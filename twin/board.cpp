@@ -9,6 +9,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "twin/module_calibration.hpp"
 #include "twin/random.hpp"
 
 namespace zoomaf::twin {
@@ -92,8 +93,14 @@ Board::Board(BoardConfig config)
                       config_.module_valid.value_or(ModuleEeprom::kModuleValid));
     eeprom_->set_byte(ModuleEeprom::kMotorIdAddr,
                       config_.module_motor_id.value_or(ModuleEeprom::motor_id_of(config_.driver)));
-    add_i2c_bus(kSensorIdBus);
+    write_module_calibration(*eeprom_);
+    imx586_ = std::make_shared<Imx586>(clock_);
+    sensor_id_ = std::make_shared<SensorIdRegisters>(clock_);
+    voice_coil_ = std::make_shared<VoiceCoilDriver>(clock_);
+    add_i2c_bus(kSensorIdBus).attach(SensorIdRegisters::kAddress, sensor_id_);
     add_i2c_bus(kModuleBus).attach(ModuleEeprom::kAddress, eeprom_);
+    add_i2c_bus(kModuleBus).attach(Imx586::kAddress, imx586_);
+    add_i2c_bus(kModuleBus).attach(VoiceCoilDriver::kAddress, voice_coil_);
 }
 
 Board::~Board() = default;

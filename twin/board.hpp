@@ -30,12 +30,15 @@
 #include "twin/gpio_sysfs.hpp"
 #include "twin/i2c_bus.hpp"
 #include "twin/i2c_device.hpp"
+#include "twin/imx586.hpp"
 #include "twin/ipc.hpp"
 #include "twin/lens_motor.hpp"
 #include "twin/module_eeprom.hpp"
 #include "twin/ms41908.hpp"
 #include "twin/sandbox.hpp"
+#include "twin/sensor_id.hpp"
 #include "twin/spidev.hpp"
+#include "twin/voice_coil.hpp"
 
 namespace zoomaf::twin {
 
@@ -175,6 +178,26 @@ public:
     void set_eeprom_byte(int addr, uint8_t value);
     std::vector<I2cRegisterWrite> eeprom_writes() const;
 
+    // ---- control face: the camera module's sensor side ----
+    // The IMX586 (bus 9), its identification registers (bus 2) and the lens voice-coil
+    // driver (bus 9): f gets the device's own control face and runs under the board mutex,
+    // so it must not call the board. Returns what f returns.
+    template <typename F>
+    decltype(auto) imx586(F&& f) {
+        std::lock_guard lock(mutex_);
+        return f(*imx586_);
+    }
+    template <typename F>
+    decltype(auto) sensor_id(F&& f) {
+        std::lock_guard lock(mutex_);
+        return f(*sensor_id_);
+    }
+    template <typename F>
+    decltype(auto) voice_coil(F&& f) {
+        std::lock_guard lock(mutex_);
+        return f(*voice_coil_);
+    }
+
     // ---- control face: injected faults ----
     // Throws std::invalid_argument on a rule that cannot apply.
     void inject(FaultRule rule);
@@ -207,6 +230,9 @@ private:
     std::array<std::optional<int>, 2> pi_stuck_{};
     std::map<int, std::shared_ptr<I2cBus>> i2c_buses_;
     std::shared_ptr<ModuleEeprom> eeprom_;
+    std::shared_ptr<Imx586> imx586_;
+    std::shared_ptr<SensorIdRegisters> sensor_id_;
+    std::shared_ptr<VoiceCoilDriver> voice_coil_;
     FileTable files_;  // last: open files go before the devices they refer to
 };
 

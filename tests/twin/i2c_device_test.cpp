@@ -3,6 +3,7 @@
 #include "board_io.hpp"
 #include "gmock/gmock.h"
 #include "gtest/gtest.h"
+#include "twin/module_calibration.hpp"
 
 namespace zoomaf::twin {
 namespace {
@@ -14,6 +15,7 @@ using ::testing::HasSubstr;
 
 constexpr int kBus = Board::kModuleBus;
 constexpr uint16_t kEeprom = ModuleEeprom::kAddress;
+constexpr uint16_t kFreeAddress = 0x36;  // nothing of the module sits there
 
 // The identification bytes as the motor driver reads them, one transfer each.
 std::vector<uint8_t> module_id_bytes(Board& board) {
@@ -31,9 +33,11 @@ TEST(ModuleEepromContents, DefaultsMatchTheDriverType) {
     EXPECT_THAT(module_id_bytes(ms41928), ElementsAre(1, 1));
     Board ms41908(BoardConfig{.driver = DriverType::ms41908});
     EXPECT_THAT(module_id_bytes(ms41908), ElementsAre(1, 2));
-    // Calibration areas start empty and the whole 8 KiB is there.
-    EXPECT_THAT(read_reg16(ms41908, kBus, kEeprom, 0x092F, 4).data, ElementsAre(0, 0, 0, 0));
-    EXPECT_THAT(read_reg16(ms41908, kBus, kEeprom, 0x07AF, 2).data, ElementsAre(0, 0));
+    // The sensor calibration holds the module's data (the first DCC value 1960, low byte
+    // first, and the first LRC gains), and the whole 8 KiB is there.
+    EXPECT_THAT(read_reg16(ms41908, kBus, kEeprom, 0x092F, 2).data, ElementsAre(0xA8, 0x07));
+    EXPECT_THAT(read_reg16(ms41908, kBus, kEeprom, 0x07AF, 2).data,
+                ElementsAre(module_lrc_byte(0), module_lrc_byte(1)));
     EXPECT_EQ(ms41908.eeprom_byte(0x1FFF), 0);
     EXPECT_THROW(ms41908.eeprom_byte(0x2000), std::out_of_range);
     EXPECT_THROW(ms41908.set_eeprom_byte(-1, 0), std::out_of_range);
@@ -104,18 +108,18 @@ private:
 
 TEST(RegisterFileNamedRegisters, MisuseIsRecordedAndReadOnlyRegistersKeepTheirValue) {
     Board board;
-    auto chip = board.make_i2c_device<StatusChip>(kBus, 0x1A);
+    auto chip = board.make_i2c_device<StatusChip>(kBus, kFreeAddress);
 
-    ASSERT_EQ(write_reg16(board, kBus, 0x1A, StatusChip::kMode, {0x03}), 1);
-    ASSERT_EQ(write_reg16(board, kBus, 0x1A, StatusChip::kStart, {0x01}), 1);
-    EXPECT_THAT(read_reg16(board, kBus, 0x1A, StatusChip::kStatus).data, ElementsAre(0x01))
+    ASSERT_EQ(write_reg16(board, kBus, kFreeAddress, StatusChip::kMode, {0x03}), 1);
+    ASSERT_EQ(write_reg16(board, kBus, kFreeAddress, StatusChip::kStart, {0x01}), 1);
+    EXPECT_THAT(read_reg16(board, kBus, kFreeAddress, StatusChip::kStatus).data, ElementsAre(0x01))
         << "the start write acted";
     EXPECT_TRUE(board.faults().empty()) << "all of these are proper uses";
 
-    ASSERT_EQ(write_reg16(board, kBus, 0x1A, StatusChip::kStatus, {0x00}), 1);
+    ASSERT_EQ(write_reg16(board, kBus, kFreeAddress, StatusChip::kStatus, {0x00}), 1);
     EXPECT_EQ(chip->byte(StatusChip::kStatus), 0x01) << "a read-only register ignores writes";
-    read_reg16(board, kBus, 0x1A, StatusChip::kStart);
-    write_reg16(board, kBus, 0x1A, 0x0200, {0x00});
+    read_reg16(board, kBus, kFreeAddress, StatusChip::kStart);
+    write_reg16(board, kBus, kFreeAddress, 0x0200, {0x00});
 
     const auto faults = board.faults();
     ASSERT_EQ(faults.size(), 3u);
