@@ -289,9 +289,11 @@ int Board::sleep_ns(uint64_t ns) {
         real_ns = clock_.book_sleep(ns);
         real_time = clock_.real_time();
     }
-    if (!real_time || real_ns == 0) return 0;
-    tighten_timer_slack();
-    sleep_until_real(start_ns + real_ns);
+    if (real_time && real_ns != 0) {
+        tighten_timer_slack();
+        sleep_until_real(start_ns + real_ns);
+    }
+    run_due_events();
     return 0;
 }
 
@@ -358,8 +360,41 @@ uint64_t Board::sleep_calls() const {
 }
 
 void Board::advance_ns(uint64_t ns) {
+    {
+        std::lock_guard lock(mutex_);
+        clock_.advance(ns);
+    }
+    run_due_events();
+}
+
+int Board::add_periodic(uint64_t period_ns, PeriodicEvents::Callback callback) {
     std::lock_guard lock(mutex_);
-    clock_.advance(ns);
+    const int id = periodic_.add(clock_.now_ns() + period_ns, period_ns, std::move(callback));
+    periodic_count_.store(periodic_.size(), std::memory_order_relaxed);
+    return id;
+}
+
+void Board::cancel_periodic(int id) {
+    std::lock_guard running(periodic_run_mutex_);
+    std::lock_guard lock(mutex_);
+    periodic_.remove(id);
+    periodic_count_.store(periodic_.size(), std::memory_order_relaxed);
+}
+
+// One pass over the events due now. Another thread that moves the clock while a pass runs
+// leaves its due events to the next sleep, so callbacks never run two at a time.
+void Board::run_due_events() {
+    if (periodic_count_.load(std::memory_order_relaxed) == 0) return;
+    std::unique_lock running(periodic_run_mutex_, std::try_to_lock);
+    if (!running.owns_lock()) return;
+    uint64_t now = 0;
+    std::vector<std::shared_ptr<const PeriodicEvents::Callback>> due;
+    {
+        std::lock_guard lock(mutex_);
+        now = clock_.now_ns();
+        due = periodic_.take_due(now);
+    }
+    for (const auto& callback : due) (*callback)(now);
 }
 
 void Board::set_real_time(double speed) {

@@ -12,6 +12,7 @@
 #pragma once
 
 #include <array>
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -35,6 +36,7 @@
 #include "twin/lens_motor.hpp"
 #include "twin/module_eeprom.hpp"
 #include "twin/ms41908.hpp"
+#include "twin/periodic_events.hpp"
 #include "twin/sandbox.hpp"
 #include "twin/sensor_id.hpp"
 #include "twin/spidev.hpp"
@@ -121,6 +123,13 @@ public:
     // Throws std::invalid_argument when speed is not positive.
     void set_real_time(double speed);
     void set_virtual_time();
+    // Calls callback(now) every period_ns (> 0) of board time, first one period from now:
+    // in the thread whose sleep (or advance_ns) moved the clock past the due time, after the
+    // board mutex is released, one thread at a time. Returns the id for cancel_periodic.
+    // Throws std::invalid_argument on a period of 0.
+    int add_periodic(uint64_t period_ns, PeriodicEvents::Callback callback);
+    // Waits for a running callback to finish, then forgets the event. Not from a callback.
+    void cancel_periodic(int id);
 
     // ---- control face: GPIO (line 0..159; throws std::out_of_range otherwise) ----
     std::vector<GpioEdge> gpio_edges(int line) const;
@@ -214,10 +223,14 @@ private:
     I2cBus& i2c_bus(int bus) const;
     I2cBus& add_i2c_bus(int bus);
     void attach_i2c_device(int bus, int addr, std::shared_ptr<I2cDevice> device);
+    void run_due_events();  // board mutex not held
 
     mutable std::mutex mutex_;
     const BoardConfig config_;
     Clock clock_;
+    PeriodicEvents periodic_;
+    std::atomic<size_t> periodic_count_{0};  // lets sleeps skip the events when there are none
+    std::mutex periodic_run_mutex_;          // held while due callbacks run
     Sandbox sandbox_;
     FaultInjector injector_;
     SysvIpc ipc_;

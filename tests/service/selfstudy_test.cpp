@@ -2,8 +2,6 @@
 // lasers, the row taken from the current zoom, the look-up and the plausibility test.
 #include <gmock/gmock.h>
 
-#include <regex>
-
 #include "tests/service/service_fixture.hpp"
 
 namespace zoomaf::test {
@@ -117,12 +115,13 @@ protected:
                       return judge_is_laserdistance_relateto_motorposition(-99999, distance, 3.5f);
                   }),
                   -1);
-        std::smatch match;
-        if (!std::regex_search(output_, match, std::regex("and meter_index:(-?\\d+)\r\n"))) {
+        const std::string label = "and meter_index:";
+        const size_t at = output_.find(label);
+        if (at == std::string::npos) {
             ADD_FAILURE() << output_;
             return -1;
         }
-        return std::stoi(match[1]);
+        return std::stoi(output_.substr(at + label.size()));
     }
 };
 

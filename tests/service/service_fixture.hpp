@@ -15,6 +15,7 @@
 #include "twin/board.hpp"
 #include "twin/recording_platform.hpp"
 #include "zoomaf/app_pdaf.h"
+#include "zoomaf/imx586.h"
 #include "zoomaf/lib_motor.h"
 
 namespace zoomaf::test {
@@ -62,6 +63,7 @@ protected:
         is_manual_positon_update = 0;
         manual_positon_percentage = 0.0f;
         is_center_af_winratio_update = 0;
+        std::memset(focus_area, 0, sizeof focus_area);
         is_free_focus_opr_over = 0;
         current_select_pdaf_window = 0;
         laser_focus_compensation = 0;
