@@ -1,0 +1,260 @@
+// zoomaf-shm: field tool for the assist channels, built on the service's own channel code.
+// It publishes what the laser, the user interface or the video encoder would (a distance,
+// an area-focus point, focus values) and dumps any channel, on the real System V IPC of
+// the machine it runs on.
+//
+// Exit status: 0 done, 2 bad arguments (one line on stderr), 1 a system failure.
+#include <algorithm>
+#include <cctype>
+#include <cerrno>
+#include <cinttypes>
+#include <cstdint>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <limits>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "ipc/channel_layout.hpp"
+#include "ipc/key_offset_platform.hpp"
+#include "zoomaf/assist_info.h"
+#include "zoomaf/vrel_sharememory.h"
+
+namespace {
+
+constexpr int kExitSystem = 1;
+constexpr int kExitUsage = 2;
+// Payload bytes a dump shows in hex; the video channels hold megabytes.
+constexpr size_t kDumpedBytes = 4096;
+constexpr const char* kOffsetVariable = "ZOOMAF_SHM_KEY_OFFSET";
+
+constexpr const char* kHelp =
+    "usage: zoomaf-shm [--key-offset N] COMMAND\n"
+    "\n"
+    "Publishes into and dumps the assist channels of the focus service (System V shared\n"
+    "memory, one semaphore per channel).\n"
+    "\n"
+    "commands:\n"
+    "  laser <tenths of a metre>  publish a laser distance on channel 12 (0..65535,\n"
+    "                             65535 = no echo)\n"
+    "  point <x> <y>              publish an area-focus point on channel 19 (int32 each)\n"
+    "  fv <fv1> <fv2>             publish focus values on channel 30 (int64 each)\n"
+    "  dump <channel>             show channel 0..33: update flag, reserved words and the\n"
+    "                             payload in hex (first 4096 bytes), decoded for 12, 19, 30;\n"
+    "                             it does not consume the update\n"
+    "  --help                     this text\n"
+    "\n"
+    "A channel that does not exist yet is created, as the service itself does.\n"
+    "\n"
+    "options:\n"
+    "  --key-offset N  add N (0..4294967295) to every shared-memory and semaphore key, so a\n"
+    "                  bench or a test uses channels of its own beside a running camera;\n"
+    "                  the environment variable ZOOMAF_SHM_KEY_OFFSET does the same\n"
+    "                  (the option wins). Default 0: the real channels.\n"
+    "\n"
+    "exit status: 0 done, 2 bad arguments, 1 system failure.\n";
+
+int usage_error(const std::string& message) {
+    std::fprintf(stderr, "zoomaf-shm: %s (see zoomaf-shm --help)\n", message.c_str());
+    return kExitUsage;
+}
+
+// A whole decimal integer within [min, max], or nothing.
+std::optional<int64_t> parse_integer(const char* text, int64_t min, int64_t max, int base = 10) {
+    if (text == nullptr || *text == '\0' || std::isspace(static_cast<unsigned char>(*text))) {
+        return std::nullopt;
+    }
+    errno = 0;
+    char* end = nullptr;
+    const long long value = std::strtoll(text, &end, base);
+    if (errno != 0 || *end != '\0' || end == text) return std::nullopt;
+    if (value < min || value > max) return std::nullopt;
+    return value;
+}
+
+// The channel, opened as the service opens it. Messages of the channel code go to stdout.
+std::optional<VrelShareMan> open_channel(int memmode) {
+    VrelShareMan channel{};
+    if (VrelShareManInit(&channel, memmode) != 0) {
+        std::fprintf(stderr, "zoomaf-shm: channel %d cannot be opened\n", memmode);
+        return std::nullopt;
+    }
+    return channel;
+}
+
+// Puts a payload and raises the update flag, under the channel's semaphore.
+int publish(int memmode, const void* payload, size_t size) {
+    auto channel = open_channel(memmode);
+    if (!channel) return kExitSystem;
+    if (VrelSemaphoreP(&*channel) != 0) {
+        std::fprintf(stderr, "\nzoomaf-shm: channel %d: semaphore not taken\n", memmode);
+        return kExitSystem;
+    }
+    std::memcpy(channel->data_addr, payload, size);
+    zoomaf::ipc::set_update_flag(channel->shm_addr, 1);
+    if (VrelSemaphoreV(&*channel) != 0) {
+        std::fprintf(stderr, "\nzoomaf-shm: channel %d: semaphore not given back\n", memmode);
+        return kExitSystem;
+    }
+    std::printf("published on channel %d\n", memmode);
+    return 0;
+}
+
+void print_hex(const std::vector<uint8_t>& bytes, size_t length) {
+    for (size_t row = 0; row < bytes.size(); row += 16) {
+        std::printf("%08zx:", row);
+        for (size_t i = row; i < std::min(bytes.size(), row + 16); ++i) {
+            std::printf(" %02x", bytes[i]);
+        }
+        std::printf("\n");
+    }
+    if (length > bytes.size()) {
+        std::printf("... %zu more bytes not shown\n", length - bytes.size());
+    }
+}
+
+void print_decoded(int memmode, const std::vector<uint8_t>& payload) {
+    if (memmode == VREL_LASER_CHANNEL) {
+        uint16_t distance = 0;
+        std::memcpy(&distance, payload.data(), sizeof distance);
+        if (distance == LASER_NO_ECHO) {
+            std::printf("laser distance: %u (no echo)\n", distance);
+        } else {
+            std::printf("laser distance: %u (%u.%u m)\n", distance, distance / 10u, distance % 10u);
+        }
+    } else if (memmode == VREL_AREA_FOCUS_CHANNEL) {
+        VrelAreaFocusPoint point{};
+        std::memcpy(&point, payload.data(), sizeof point);
+        std::printf("area focus point: x %d, y %d\n", point.point_x, point.point_y);
+    } else if (memmode == VREL_FV_CHANNEL) {
+        int64_t fv[2] = {0, 0};
+        std::memcpy(fv, payload.data(), sizeof fv);
+        std::printf("focus values: fv1 %" PRId64 ", fv2 %" PRId64 "\n", fv[0], fv[1]);
+    }
+}
+
+// Copies the segment under the semaphore and shows it; the update flag stays as it is.
+int dump(int memmode, uint32_t key_offset) {
+    auto channel = open_channel(memmode);
+    if (!channel) return kExitSystem;
+    const size_t length = static_cast<size_t>(channel->structlen);
+    std::vector<uint8_t> payload(std::min(length, kDumpedBytes));
+    uint32_t tail = 0;
+    if (VrelSemaphoreP(&*channel) != 0) {
+        std::fprintf(stderr, "\nzoomaf-shm: channel %d: semaphore not taken\n", memmode);
+        return kExitSystem;
+    }
+    const uint32_t flag = zoomaf::ipc::update_flag(channel->shm_addr);
+    const uint32_t reserved = zoomaf::ipc::reserved_word(channel->shm_addr);
+    std::memcpy(payload.data(), channel->data_addr, payload.size());
+    std::memcpy(&tail, channel->data_addr + length, sizeof tail);
+    if (VrelSemaphoreV(&*channel) != 0) {
+        std::fprintf(stderr, "\nzoomaf-shm: channel %d: semaphore not given back\n", memmode);
+        return kExitSystem;
+    }
+    const unsigned shm_key = static_cast<unsigned>(zoomaf::ipc::shm_key(memmode));
+    const unsigned sem_key = static_cast<unsigned>(zoomaf::ipc::sem_key(memmode));
+    std::printf("channel %d: shm key 0x%X, sem key 0x%X, payload %zu bytes\n", memmode, shm_key,
+                sem_key, length);
+    if (key_offset != 0) {
+        std::printf("key offset %u: kernel keys 0x%X and 0x%X\n", key_offset, shm_key + key_offset,
+                    sem_key + key_offset);
+    }
+    std::printf("update_flag: %u\n", flag);
+    std::printf("reserved: 0x%08X, tail 0x%08X\n", reserved, tail);
+    std::printf("payload:\n");
+    print_hex(payload, length);
+    print_decoded(memmode, payload);
+    return 0;
+}
+
+int run(const std::vector<const char*>& args, uint32_t key_offset) {
+    const std::string_view command = args[0];
+    const size_t operands = args.size() - 1;
+    auto expect_operands = [&](size_t count) { return operands == count; };
+
+    if (command == "laser") {
+        if (!expect_operands(1)) return usage_error("laser takes one distance in 0.1 m");
+        const auto distance = parse_integer(args[1], 0, 65535);
+        if (!distance)
+            return usage_error(std::string("bad laser distance '") + args[1] +
+                               "': a whole number 0..65535 (0.1 m)");
+        const uint16_t value = static_cast<uint16_t>(*distance);
+        return publish(VREL_LASER_CHANNEL, &value, sizeof value);
+    }
+    if (command == "point") {
+        if (!expect_operands(2)) return usage_error("point takes x and y");
+        const auto x = parse_integer(args[1], INT32_MIN, INT32_MAX);
+        const auto y = parse_integer(args[2], INT32_MIN, INT32_MAX);
+        if (!x || !y) {
+            return usage_error(std::string("bad point '") + args[1] + " " + args[2] +
+                               "': two whole numbers (int32)");
+        }
+        const VrelAreaFocusPoint point{static_cast<int32_t>(*x), static_cast<int32_t>(*y)};
+        return publish(VREL_AREA_FOCUS_CHANNEL, &point, sizeof point);
+    }
+    if (command == "fv") {
+        if (!expect_operands(2)) return usage_error("fv takes fv1 and fv2");
+        const int64_t lo = std::numeric_limits<int64_t>::min();
+        const int64_t hi = std::numeric_limits<int64_t>::max();
+        const auto fv1 = parse_integer(args[1], lo, hi);
+        const auto fv2 = parse_integer(args[2], lo, hi);
+        if (!fv1 || !fv2) {
+            return usage_error(std::string("bad focus values '") + args[1] + " " + args[2] +
+                               "': two whole numbers (int64)");
+        }
+        const int64_t values[2] = {*fv1, *fv2};
+        return publish(VREL_FV_CHANNEL, values, sizeof values);
+    }
+    if (command == "dump") {
+        if (!expect_operands(1)) return usage_error("dump takes one channel number");
+        const auto memmode = parse_integer(args[1], VREL_MEMMODE_MIN, VREL_MEMMODE_MAX);
+        if (!memmode) {
+            return usage_error(std::string("unknown channel '") + args[1] + "': 0..33");
+        }
+        return dump(static_cast<int>(*memmode), key_offset);
+    }
+    return usage_error(std::string("unknown command '") + args[0] + "'");
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::vector<const char*> args(argv + 1, argv + argc);
+    if (args.empty()) return usage_error("no command");
+    if (std::find_if(args.begin(), args.end(),
+                     [](const char* a) { return std::string_view(a) == "--help"; }) != args.end()) {
+        std::fputs(kHelp, stdout);
+        return 0;
+    }
+
+    const char* offset_text = std::getenv(kOffsetVariable);
+    std::string offset_source = kOffsetVariable;
+    if (std::string_view(args[0]) == "--key-offset") {
+        if (args.size() < 2) return usage_error("--key-offset needs a number");
+        offset_text = args[1];
+        offset_source = "--key-offset";
+        args.erase(args.begin(), args.begin() + 2);
+        if (args.empty()) return usage_error("no command");
+    }
+    uint32_t offset = 0;
+    if (offset_text != nullptr) {
+        // Decimal, or hexadecimal with 0x.
+        const auto parsed = parse_integer(offset_text, 0, UINT32_MAX, 0);
+        if (!parsed) {
+            return usage_error("bad key offset '" + std::string(offset_text) + "' from " +
+                               offset_source + ": 0..4294967295");
+        }
+        offset = static_cast<uint32_t>(*parsed);
+    }
+
+    static zoomaf::ipc::KeyOffsetPlatform kernel(offset);
+    zoomaf::install_platform(&kernel);
+    const int status = run(args, offset);
+    std::fflush(stdout);
+    zoomaf::install_platform(nullptr);
+    return status;
+}
