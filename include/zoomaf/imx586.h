@@ -58,6 +58,9 @@ ZOOMAF_API int change_select_pdaf_window(int32_t index);
 #define IMX586_DCC_KNOTS 48  /* 8 x 6 knots, row by row */
 #define IMX586_LRC_BLOCK 192 /* bytes of one LRC gain block (left or right) */
 #define IMX586_LRC_BYTES 384 /* left and right block in the module memory */
+/* The DCC file the day focus loads: no directory, so it is looked up in the working
+   directory (data/ of the source tree holds the module's default). */
+#define IMX586_DCC_FILE "0416_-1930_-1960"
 
 /* One register setting of a compiled-in set: two 32-bit words. A set ends with {0, 0}. */
 typedef struct Imx586RegSetting {

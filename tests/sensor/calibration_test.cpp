@@ -17,7 +17,7 @@ using ::testing::ElementsAreArray;
 using ::testing::HasSubstr;
 using twin::FaultRule;
 
-constexpr const char* kDccFile = "0416_-1930_-1960";
+constexpr const char* kDccFile = IMX586_DCC_FILE;
 
 class DccValues : public SensorTest {
 protected:

@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 
 #include "tests/sensor/sensor_fixture.hpp"
+#include "tests/twin/board_io.hpp"
 
 namespace zoomaf::test {
 namespace {
@@ -147,6 +148,42 @@ TEST_F(TwinSensor, GroupHoldAppliesALayoutAtOnceWhenReleased) {
     // Without a hold a write takes effect at once.
     write_imx586_single_reg(0x38A3, 1);
     EXPECT_EQ(sensor_reg(0x38A3), 1);
+}
+
+TEST_F(TwinSensor, AnOtpReadTakesTimeAndReadsTheSelectedPage) {
+    using twin::test::read_reg16;
+    using twin::test::write_reg16;
+    // Without a page selected the read brings page 0, which is empty.
+    ASSERT_EQ(write_reg16(board(), kSensorIdBus, kSensor, 0x0A00, {0x01}), 1);
+    EXPECT_EQ(read_reg16(board(), kSensorIdBus, kSensor, 0x0A01).data[0], 0) << "still reading";
+    board().advance_ns(500'000);
+    EXPECT_EQ(read_reg16(board(), kSensorIdBus, kSensor, 0x0A01).data[0], 1) << "done";
+    EXPECT_EQ(read_reg16(board(), kSensorIdBus, kSensor, 0x0A29).data[0], 0);
+
+    ASSERT_EQ(write_reg16(board(), kSensorIdBus, kSensor, 0x0A02, {0x7F}), 1);
+    ASSERT_EQ(write_reg16(board(), kSensorIdBus, kSensor, 0x0A00, {0x01}), 1);
+    EXPECT_EQ(read_reg16(board(), kSensorIdBus, kSensor, 0x0A29).data[0], 0) << "not yet";
+    board().advance_ns(500'000);
+    EXPECT_EQ(read_reg16(board(), kSensorIdBus, kSensor, 0x0A29).data[0], 0x40);
+    EXPECT_TRUE(board().faults().empty());
+}
+
+TEST_F(TwinSensor, TheVoiceCoilDriverHasThreeRegisters) {
+    using twin::test::i2c_rdwr;
+    const int fd = board().open("/dev/i2c-9", O_RDWR);
+    uint8_t write[4] = {0x00, 0x80, 0x40, 0x00};  // position 513, enable, in one message
+    uint8_t reg = 0x01, read[3] = {};
+    std::vector<i2c_msg> messages{
+        {0x0C, 0, 4, write}, {0x0C, 0, 1, &reg}, {0x0C, I2C_M_RD, 3, read}};
+    EXPECT_EQ(i2c_rdwr(board(), fd, messages), 3);
+    board().close(fd);
+    EXPECT_EQ(board().voice_coil([](twin::VoiceCoilDriver& v) { return v.position(); }), 513);
+    EXPECT_TRUE(board().voice_coil([](twin::VoiceCoilDriver& v) { return v.enabled(); }));
+    EXPECT_EQ(read[0], 0x40);
+    EXPECT_EQ(read[1], 0x00);
+    const auto faults = board().faults();
+    ASSERT_EQ(faults.size(), 1u) << "the read ran past register 2";
+    EXPECT_THAT(faults[0].text, HasSubstr("read of register 3"));
 }
 
 TEST_F(TwinSensor, MisdirectedAccessesAreRecorded) {
