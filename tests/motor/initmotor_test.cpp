@@ -191,28 +191,26 @@ protected:
     twin::BoardConfig board_config() override { return {.zoom_start = -300, .focus_start = 200}; }
 };
 
-TEST_F(HomingFailure, AStuckZoomInterrupterSetsBit4) {
-    board().set_pi_stuck(twin::Motor::zoom, 0);
-    uint32_t status = 0;
-    std::string out = captured([&] { status = Initmotor(10, 1); });
-    EXPECT_EQ(status, uint32_t{INITMOTOR_ZOOM_HOMING_FAILED});
-    EXPECT_THAT(out, HasSubstr("] check pi faild, motor id: 0, cur gpio: 0"));
-    EXPECT_THAT(out, HasSubstr("] check pi succeed, motor id: 1"));
-}
-
-TEST_F(HomingFailure, AStuckFocusInterrupterSetsBit8) {
-    board().set_pi_stuck(twin::Motor::focus, 1);
-    uint32_t status = 0;
-    quietly([&] { status = Initmotor(10, 1); });
-    EXPECT_EQ(status, uint32_t{INITMOTOR_FOCUS_HOMING_FAILED});
-}
-
-TEST_F(HomingFailure, BothStuckSetOnlyBit16) {
-    board().set_pi_stuck(twin::Motor::zoom, 1);
-    board().set_pi_stuck(twin::Motor::focus, 0);
-    uint32_t status = 0;
-    quietly([&] { status = Initmotor(10, 1); });
-    EXPECT_EQ(status, uint32_t{INITMOTOR_BOTH_HOMING_FAILED});
+TEST_F(HomingFailure, AStuckInterrupterSetsItsMotorsBitAndBothOnlyBit16) {
+    const struct {
+        std::optional<int> zoom, focus;
+        uint32_t status;
+    } cases[] = {{0, std::nullopt, INITMOTOR_ZOOM_HOMING_FAILED},
+                 {std::nullopt, 1, INITMOTOR_FOCUS_HOMING_FAILED},
+                 {1, 0, INITMOTOR_BOTH_HOMING_FAILED}};
+    for (const auto& c : cases) {
+        board().set_pi_stuck(twin::Motor::zoom, c.zoom);
+        board().set_pi_stuck(twin::Motor::focus, c.focus);
+        uint32_t status = 0;
+        const std::string out = captured([&] { status = Initmotor(10, 1); });
+        EXPECT_EQ(status, c.status);
+        if (c.status == INITMOTOR_ZOOM_HOMING_FAILED) {
+            EXPECT_THAT(out, HasSubstr("] check pi faild, motor id: 0, cur gpio: 0"));
+            EXPECT_THAT(out, HasSubstr("] check pi succeed, motor id: 1"));
+        }
+        platform().close(gSpiDev.fd);
+        gSpiDev.fd = -1;
+    }
     EXPECT_EQ(board().timing_faults(), 0u);
 }
 

@@ -61,6 +61,8 @@ protected:
         recorder().clear();
     }
 
+public:
+    // What the service printed while f ran.
     template <class F>
     static std::string captured(F&& f) {
         fflush(stdout);
@@ -73,6 +75,8 @@ protected:
     static void quietly(F&& f) {
         (void)captured(f);
     }
+
+protected:
 
     twin::Board& board() { return *board_; }
     RecordingPlatform& recorder() { return *recorder_; }

@@ -40,31 +40,26 @@ private:
     uint8_t saved_registers_[REG_MOTOR_ENTRIES][3];
 };
 
-TEST_F(Moves, AMultipleAboveTheMaximumIsClampedAndReached) {
-    const uint32_t result = call([] { return SetMultiple(0, 0, 12.0f); });
-    EXPECT_EQ(result & 0xF, 8u);
-    EXPECT_THAT(output_, HasSubstr("] warn, multiple: 12.000000 > MULTIPLE_MAX: 11.000000, set "
-                                   "MULTIPLE_MAX\n"));
-    EXPECT_FLOAT_EQ(gRunData.multiple_cur, 11.0f);
-    EXPECT_EQ(GetCurSteps(MOTOR_ZOOM), -5392);
-    EXPECT_EQ(GetCurSteps(MOTOR_FOCUS), -2574);  // focus goes to the low end without movefocus
-    // The zoom turned from its last direction (0) to 1: two backlash steps went out too.
-    EXPECT_EQ(board().motor_position(twin::Motor::zoom), -5394);
-    EXPECT_EQ(board().motor_position(twin::Motor::focus), -2574);
-    EXPECT_EQ(board().timing_faults(), 0u);
-    EXPECT_EQ(gRunData.motor_order, 0);
-    EXPECT_EQ(gRunData.maxloops, 0);
-    EXPECT_THAT(output_, HasSubstr("Set Multiple start : "));
-    EXPECT_THAT(output_, HasSubstr("] zoom run time is "));
-}
-
-TEST_F(Moves, AMultipleBelowTheMinimumIsClamped) {
-    const uint32_t result = call([] { return SetMultiple(0, 0, 3.4f); });
-    EXPECT_EQ(result & 0xF, 8u);
+TEST_F(Moves, MultiplesOutOfRangeAreClampedAndReached) {
+    EXPECT_EQ(call([] { return SetMultiple(0, 0, 3.4f); }) & 0xF, 8u);
     EXPECT_THAT(output_, HasSubstr("] warn, multiple: 3.400000 < MULTIPLE_MIN: 3.500000, set "
                                    "MULTIPLE_MIN\n"));
     EXPECT_FLOAT_EQ(gRunData.multiple_cur, 3.5f);
     EXPECT_EQ(GetCurSteps(MOTOR_ZOOM), 1416);
+    EXPECT_EQ(GetCurSteps(MOTOR_FOCUS), -2574);  // focus goes to the low end without movefocus
+
+    EXPECT_EQ(call([] { return SetMultiple(0, 0, 12.0f); }) & 0xF, 8u);
+    EXPECT_THAT(output_, HasSubstr("] warn, multiple: 12.000000 > MULTIPLE_MAX: 11.000000, set "
+                                   "MULTIPLE_MAX\n"));
+    EXPECT_THAT(output_, HasSubstr("Set Multiple start : "));
+    EXPECT_THAT(output_, HasSubstr("] zoom run time is "));
+    EXPECT_FLOAT_EQ(gRunData.multiple_cur, 11.0f);
+    EXPECT_EQ(GetCurSteps(MOTOR_ZOOM), -5392);
+    // The zoom turned from up (0) to down (1): two backlash steps went out beyond the target.
+    EXPECT_EQ(board().motor_position(twin::Motor::zoom), -5394);
+    EXPECT_EQ(board().timing_faults(), 0u);
+    EXPECT_EQ(gRunData.motor_order, 0);
+    EXPECT_EQ(gRunData.maxloops, 0);
 }
 
 TEST_F(Moves, TheSameMultipleWithoutFocusDoesNothing) {
