@@ -58,34 +58,31 @@ int64_t pdaflib_c_client_run(PdLibOutputData* output);
    300 x 1024 / 150 = 2048, OK. */
 int64_t pdaflib_c_client_run(PdLibOutputData* output) {
     static const uint16_t knots[2] = {100, 200};
-    static const int64_t dcc[4] = {1, 2, 3, 4};
-    static const int64_t offsets[4] = {0, 0, 0, 0};
-    static const uint64_t gains[2] = {0, 960};
-    static const uint64_t thresholds[2] = {150, 150};
+    static const int64_t dcc[4] = {1, 2, 3, 4}, offsets[4] = {0, 0, 0, 0};
+    static const uint64_t gains[2] = {0, 960}, thresholds[2] = {150, 150};
     const PdLibOKNGThrLine line = {2, gains, thresholds};
     const PdLibOKNGThrLine lines[4] = {line, line, line, line};
-    PdLibInputData input = {0};
-    input.PhaseDifference = 10;
-    input.ConfidenceLevel = 300;
-    input.ImageXSize = 400;
-    input.ImageYSize = 300;
-    input.WindowXStart = 300;
-    input.WindowYStart = 250;
-    input.WindowXEnd = 320;
-    input.WindowYEnd = 270;
-    input.DefocusXKnotNum = 2;
-    input.DefocusYKnotNum = 2;
-    input.p_DefocusDcc = dcc;
-    input.p_DefocusOffset = offsets;
-    input.p_DefocusXKnot = knots;
-    input.p_DefocusYKnot = knots;
-    input.DccScale = 2304;
-    input.SensorGain = 16;
-    input.ThrXKnotNum = 2;
-    input.ThrYKnotNum = 2;
-    input.p_DefocusOKNGThrLine = lines;
-    input.p_ThrXKnot = knots;
-    input.p_ThrYKnot = knots;
-    input.ConfidenceNormaliser = 2304;
+    const PdLibInputData input = {.PhaseDifference = 10,
+                                  .ConfidenceLevel = 300,
+                                  .ImageXSize = 400,
+                                  .ImageYSize = 300,
+                                  .WindowXStart = 300,
+                                  .WindowYStart = 250,
+                                  .WindowXEnd = 320,
+                                  .WindowYEnd = 270,
+                                  .DefocusXKnotNum = 2,
+                                  .DefocusYKnotNum = 2,
+                                  .p_DefocusDcc = dcc,
+                                  .p_DefocusOffset = offsets,
+                                  .p_DefocusXKnot = knots,
+                                  .p_DefocusYKnot = knots,
+                                  .DccScale = 2304,
+                                  .SensorGain = 16,
+                                  .ThrXKnotNum = 2,
+                                  .ThrYKnotNum = 2,
+                                  .p_DefocusOKNGThrLine = lines,
+                                  .p_ThrXKnot = knots,
+                                  .p_ThrYKnot = knots,
+                                  .ConfidenceNormaliser = 2304};
     return PdLibGetDefocus(&input, output);
 }

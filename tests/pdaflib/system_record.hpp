@@ -4,6 +4,8 @@
 // threshold grid has knot arrays of its own so a test can break one grid without the other.
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <array>
 #include <cstdint>
 
@@ -16,72 +18,68 @@ struct SystemRecord {
     std::array<uint16_t, 6> y_knots{260, 756, 1252, 1748, 2244, 2740};
     std::array<uint16_t, 8> thr_x_knots = x_knots;
     std::array<uint16_t, 6> thr_y_knots = y_knots;
-    std::array<int64_t, 48> dcc{};
-    std::array<int64_t, 48> offsets{};
+    std::array<int64_t, 48> dcc{}, offsets{};
     std::array<uint64_t, 2> gains{0, 960};
     std::array<std::array<uint64_t, 2>, 48> thresholds{};
     std::array<PdLibOKNGThrLine, 48> lines{};
-    PdLibInputData input{};
+    PdLibInputData input{.ImageXSize = 4000,
+                         .ImageYSize = 3000,
+                         .DefocusXKnotNum = 8,
+                         .DefocusYKnotNum = 6,
+                         .p_DefocusDcc = dcc.data(),
+                         .p_DefocusOffset = offsets.data(),
+                         .p_DefocusXKnot = x_knots.data(),
+                         .p_DefocusYKnot = y_knots.data(),
+                         .DccScale = 2304,
+                         .SensorGain = 16,
+                         .ThrXKnotNum = 8,
+                         .ThrYKnotNum = 6,
+                         .p_DefocusOKNGThrLine = lines.data(),
+                         .p_ThrXKnot = thr_x_knots.data(),
+                         .p_ThrYKnot = thr_y_knots.data(),
+                         .ConfidenceNormaliser = 2304};
 
     SystemRecord() {
         for (size_t k = 0; k < lines.size(); ++k) {
             thresholds[k] = {150, 150};
             lines[k] = {2, gains.data(), thresholds[k].data()};
         }
-        input.PhaseDifference = 0;
-        input.ConfidenceLevel = 0;
-        input.ImageXSize = 4000;
-        input.ImageYSize = 3000;
-        input.DefocusXKnotNum = 8;
-        input.DefocusYKnotNum = 6;
-        input.p_DefocusDcc = dcc.data();
-        input.p_DefocusOffset = offsets.data();
-        input.p_DefocusXKnot = x_knots.data();
-        input.p_DefocusYKnot = y_knots.data();
-        input.DccScale = 2304;
-        input.SensorGain = 16;
-        input.ThrXKnotNum = 8;
-        input.ThrYKnotNum = 6;
-        input.p_DefocusOKNGThrLine = lines.data();
-        input.p_ThrXKnot = thr_x_knots.data();
-        input.p_ThrYKnot = thr_y_knots.data();
-        input.ConfidenceNormaliser = 2304;
         centre_at(2000, 1500);
     }
     // The record points into this object.
     SystemRecord(const SystemRecord&) = delete;
     SystemRecord& operator=(const SystemRecord&) = delete;
 
-    // A 20 x 20 window whose centre is (cx, cy); cx and cy at least 10.
+    // A 21 x 21 window whose centre is (cx, cy): its edges sum to an odd number, so the
+    // centre is truncated from cx + 0.5 and cy + 0.5. cx and cy at least 10.
     void centre_at(uint16_t cx, uint16_t cy) {
         input.WindowXStart = static_cast<uint16_t>(cx - 10);
-        input.WindowXEnd = static_cast<uint16_t>(cx + 10);
+        input.WindowXEnd = static_cast<uint16_t>(cx + 11);
         input.WindowYStart = static_cast<uint16_t>(cy - 10);
-        input.WindowYEnd = static_cast<uint16_t>(cy + 10);
+        input.WindowYEnd = static_cast<uint16_t>(cy + 11);
     }
 
-    // Knot k converts PD 1 into 100 k + 1000: 100 more per column, 800 more per row.
-    void use_ramp() {
+    // No threshold grid: both counts 0, and no knot array to read.
+    void drop_threshold_grid() {
+        input.ThrXKnotNum = input.ThrYKnotNum = 0;
+        input.p_ThrXKnot = input.p_ThrYKnot = nullptr;
+    }
+
+    // Knot (column i, row j) converts PD 1 into 1000 + 496 i + 4960 j: over the grid the
+    // defocus is the plane 1000 + (x - 264) + 10 (y - 260), one pixel off shows.
+    void use_plane() {
         input.PhaseDifference = 1;
         for (size_t k = 0; k < dcc.size(); ++k) {
-            dcc[k] = 100 * static_cast<int64_t>(k);
+            dcc[k] = 496 * static_cast<int64_t>(k % 8) + 4960 * static_cast<int64_t>(k / 8);
             offsets[k] = 1000;
         }
     }
 
-    void set_threshold(size_t knot, uint64_t at_gain_0, uint64_t at_gain_960) {
-        thresholds[knot] = {at_gain_0, at_gain_960};
-    }
-
-    struct Result {
-        int64_t code;
-        PdLibOutputData output;
-    };
     // Runs the library on an output filled with values it never writes on its own.
-    Result run() const {
+    PdLibOutputData run(int64_t expected_code = 0) const {
         PdLibOutputData output{77, 77, 77, 77};
-        const int64_t code = PdLibGetDefocus(&input, &output);
-        return {code, output};
+        EXPECT_EQ(PdLibGetDefocus(&input, &output), expected_code);
+        return output;
     }
 };
 
