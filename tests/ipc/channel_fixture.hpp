@@ -4,19 +4,18 @@
 #pragma once
 
 #include <gtest/gtest.h>
-#include <sys/ipc.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
 
 #include <cerrno>
-#include <cstring>
-#include <memory>
 #include <optional>
 #include <string>
 
 #include "ipc/channel_layout.hpp"
+#include "ipc/ipc_internal.hpp"
 #include "twin/board.hpp"
-#include "zoomaf/vrel_sharememory.h"
+#include "zoomaf/app_pdaf.h"
+#include "zoomaf/assist_info.h"
 
 namespace zoomaf::test {
 
@@ -30,53 +29,61 @@ public:
     int semget_calls = 0;
 
     int semget(key_t key, int nsems, int flags) override {
-        const int call = semget_calls++;
-        if (fail_semget_call && *fail_semget_call == call) {
-            errno = semget_errno;
-            return -1;
-        }
+        if (fail_semget_call == semget_calls++) return fail(semget_errno);
         return Board::semget(key, nsems, flags);
     }
     int semctl(int id, int num, int cmd, int arg) override {
-        if (fail_semctl_errno != 0) {
-            errno = fail_semctl_errno;
-            return -1;
-        }
+        if (fail_semctl_errno != 0) return fail(fail_semctl_errno);
         return Board::semctl(id, num, cmd, arg);
     }
     void* shmat(int id, const void* addr, int flags) override {
-        if (fail_shmat_errno != 0) {
-            errno = fail_shmat_errno;
-            return reinterpret_cast<void*>(-1);
-        }
+        if (fail_shmat_errno != 0) return reinterpret_cast<void*>(fail(fail_shmat_errno));
         return Board::shmat(id, addr, flags);
+    }
+
+private:
+    static int fail(int error) {
+        errno = error;
+        return -1;
     }
 };
 
 class ChannelTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        board_ = std::make_unique<FaultyIpcBoard>();
-        install_platform(board_.get());
+        reset_service_state();
+        install_platform(&board_);
     }
-    void TearDown() override { install_platform(nullptr); }
+    void TearDown() override {
+        install_platform(nullptr);
+        reset_service_state();
+    }
 
-    FaultyIpcBoard& board() { return *board_; }
+    // The process-wide state the readers use, as the service starts with it.
+    static void reset_service_state() {
+        LaserMenManHandle = VrelShareMan{};
+        ipc::fv_channel() = VrelShareMan{};
+        global_laser_distance = 0;
+        last_laser = 100;
+        Manual_laser_setup = MANUAL_LASER_NONE;
+        current_focus_mode = PDAF_CENTER_MODE;
+        last_laster_cnt = cur_day_night_mode = laser_focus_compensation = 0;
+        is_coordinates_update = free_focus_pointx = free_focus_pointy = 0;
+    }
 
-    // The kernel's ids of a channel's objects on this board, or -1.
+    FaultyIpcBoard& board() { return board_; }
+
+    // The kernel's id of a channel's segment on this board, or -1.
     int kernel_shm_id(int memmode) {
-        return ::shmget(board().salted_key(ipc::shm_key(memmode)), 0, 0);
-    }
-    int kernel_sem_id(int memmode) {
-        return ::semget(board().salted_key(ipc::sem_key(memmode)), 0, 0);
+        return ::shmget(board_.salted_key(ipc::shm_key(memmode)), 0, 0);
     }
     size_t segment_bytes(int memmode) {
         shmid_ds info{};
-        if (::shmctl(kernel_shm_id(memmode), IPC_STAT, &info) != 0) return 0;
-        return info.shm_segsz;
+        return ::shmctl(kernel_shm_id(memmode), IPC_STAT, &info) == 0 ? info.shm_segsz : 0;
     }
-    int semaphore_value(int sem_id) { return ::semctl(sem_id, 0, GETVAL); }
+    static int semaphore_value(int sem_id) { return ::semctl(sem_id, 0, GETVAL); }
 
+    // Runs f with standard output captured; returns what it printed.
     template <class F>
     static std::string captured(F&& f) {
         fflush(stdout);
@@ -85,9 +92,20 @@ protected:
         fflush(stdout);
         return testing::internal::GetCapturedStdout();
     }
+    // The result of f and what it printed.
+    struct Call {
+        int64_t result;
+        std::string out;
+    };
+    template <class F>
+    static Call call(F&& f) {
+        int64_t result = 0;
+        std::string out = captured([&] { result = f(); });
+        return {result, out};
+    }
 
 private:
-    std::unique_ptr<FaultyIpcBoard> board_;
+    FaultyIpcBoard board_;
 };
 
 }  // namespace zoomaf::test

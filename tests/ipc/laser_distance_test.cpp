@@ -1,10 +1,18 @@
 // The laser reader: the update-flag protocol, the range clamps by day and by night, the jump
-// filter and the fixed-distance override.
+// filter, the fixed-distance override, and readers and writers at the same time (another
+// process publishing, the service's threads with the twin's laser; run under ThreadSanitizer).
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <optional>
+#include <thread>
+#include <vector>
+
 #include "channel_fixture.hpp"
 #include "gmock/gmock.h"
 #include "twin/channel_publisher.hpp"
-#include "zoomaf/app_pdaf.h"
-#include "zoomaf/assist_info.h"
+#include "twin/laser.hpp"
 
 namespace zoomaf::test {
 namespace {
@@ -18,20 +26,8 @@ class LaserReader : public ChannelTest {
 protected:
     void SetUp() override {
         ChannelTest::SetUp();
-        global_laser_distance = 0;
-        last_laser = 100;
-        last_laster_cnt = 0;
-        Manual_laser_setup = MANUAL_LASER_NONE;
-        cur_day_night_mode = 0;
         init_out_ = captured([] { EXPECT_EQ(LaserShareMemeoryInit(), 0); });
-        laser_ = std::make_unique<twin::ChannelPublisher>(board(), VREL_LASER_CHANNEL);
-    }
-    void TearDown() override {
-        laser_.reset();
-        LaserMenManHandle = VrelShareMan{};
-        Manual_laser_setup = MANUAL_LASER_NONE;
-        cur_day_night_mode = 0;
-        ChannelTest::TearDown();
+        laser_.emplace(board(), VREL_LASER_CHANNEL);
     }
 
     // The laser measures raw; the service reads. Returns the distance, keeps the messages.
@@ -40,37 +36,27 @@ protected:
         return read();
     }
     uint16_t read() {
-        uint16_t distance = 0;
-        out_ = captured([&] { distance = GetCurrentLaserDistance(); });
-        return distance;
+        const Call reading = call(GetCurrentLaserDistance);
+        out_ = reading.out;
+        return static_cast<uint16_t>(reading.result);
     }
-    const std::string& out() const { return out_; }
-    uint32_t update_flag() const { return ipc::update_flag(laser_->segment()); }
 
-    std::unique_ptr<twin::ChannelPublisher> laser_;
-    std::string init_out_;
-    std::string out_;
+    std::optional<twin::ChannelPublisher> laser_;
+    std::string init_out_, out_;
 };
 
-TEST_F(LaserReader, StartUpOpensChannelTwelveAndPrintsTheVersions) {
-    EXPECT_GE(LaserMenManHandle.sem_id, 0);
+TEST_F(LaserReader, StartsOnChannelTwelveAndTakesEachMeasurementOnce) {
     EXPECT_EQ(LaserMenManHandle.shm_key, 0x1A2Cu);
-    EXPECT_THAT(init_out_, ::testing::StartsWith("memmode = 12\r\n"));
     EXPECT_THAT(init_out_,
                 ::testing::EndsWith("motor software main is 1, sup is 8.\r\n"
                                     "dcc is 416, pdaf software main is 2, sup is 4.\r\n"));
-}
 
-TEST_F(LaserReader, TakesANewMeasurementOnceAndThenKeepsTheLastDistance) {
     EXPECT_EQ(measure_and_read(500), 500);
-    EXPECT_EQ(out(), GREEN
-              "get laser distance：500\r\n"
-              "获取的雷达变动在范围内，更新值:500" END "\r\n");
-    EXPECT_EQ(update_flag(), 0u) << "consumed";
-
+    EXPECT_EQ(out_,
+              GREEN "get laser distance：500\r\n获取的雷达变动在范围内，更新值:500" END "\r\n");
+    EXPECT_EQ(ipc::update_flag(laser_->segment()), 0u) << "consumed";
     EXPECT_EQ(read(), 500);
-    EXPECT_EQ(out(), GREEN "共享内存雷达没更新，返回上次的值:500!" END "\r\n");
-    EXPECT_EQ(last_laster_cnt, 0);
+    EXPECT_EQ(out_, GREEN "共享内存雷达没更新，返回上次的值:500!" END "\r\n");
 }
 
 TEST_F(LaserReader, ClampsTheRangeByDayAndByNight) {
@@ -96,53 +82,45 @@ TEST_F(LaserReader, ClampsTheRangeByDayAndByNight) {
         cur_day_night_mode = c.night;
         last_laser = c.last;
         EXPECT_EQ(measure_and_read(c.raw), c.expected);
-        EXPECT_THAT(out(), HasSubstr(c.message));
+        EXPECT_THAT(out_, HasSubstr(c.message));
         EXPECT_EQ(last_laser, c.expected);
     }
 }
 
-TEST_F(LaserReader, RefusesThreeDropsOfMoreThanAFifthAndTakesTheFourth) {
-    last_laser = 1000;
-    global_laser_distance = 1000;
-    for (int count = 1; count <= 3; ++count) {
-        EXPECT_EQ(measure_and_read(799), 1000);
-        EXPECT_EQ(last_laster_cnt, count);
-        EXPECT_THAT(out(),
-                    HasSubstr("原雷达距离:1000超出获取距离:799太多,所以这次保持，原有的计数更新:" +
-                              std::to_string(count) + END "\r\n"));
+TEST_F(LaserReader, JumpFilterRefusesThreeDropsOfMoreThanAFifthAndTakesRisesAtOnce) {
+    struct Reading {
+        int32_t last;  // the last accepted distance to start from (0: go on)
+        uint16_t raw, distance;
+        int32_t refused;  // the count after the reading
+        const char* message = "";
+    };
+    const Reading readings[] = {
+        // three drops refused, the fourth taken
+        {1000, 799, 1000, 1,
+         "原雷达距离:1000超出获取距离:799太多,所以这次保持，原有的计数更新:1" END},
+        {0, 799, 1000, 2},
+        {0, 799, 1000, 3},
+        {0, 799, 799, 0,
+         "原雷达距离:799超出获取距离:799太多,但已经连续三次了，所以更新雷达为位置::799" END},
+        {1000, 800, 800, 0},  // a drop of exactly a fifth is taken
+        {1000, 801, 801, 0},  // a smaller drop, then rises however large: taken at once
+        {0, 5000, 5000, 0},
+        {0, 65535, 65535, 0},
+        {1000, 700, 1000, 1},  // an accepted reading resets the count
+        {0, 700, 1000, 2},
+        {0, 900, 900, 0},
+        {0, 700, 900, 1},
+    };
+    for (const Reading& r : readings) {
+        SCOPED_TRACE(testing::Message() << "raw " << r.raw << " after " << last_laser);
+        if (r.last != 0) {
+            last_laser = r.last;
+            last_laster_cnt = 0;
+        }
+        EXPECT_EQ(measure_and_read(r.raw), r.distance);
+        EXPECT_EQ(last_laster_cnt, r.refused);
+        EXPECT_THAT(out_, HasSubstr(r.message));
     }
-    EXPECT_EQ(measure_and_read(799), 799);
-    EXPECT_EQ(last_laster_cnt, 0);
-    EXPECT_EQ(last_laser, 799);
-    EXPECT_THAT(out(), HasSubstr("原雷达距离:799超出获取距离:799太多,但已经连续三次了，"
-                                 "所以更新雷达为位置::799" END "\r\n"));
-}
-
-TEST_F(LaserReader, TakesDropsUpToAFifthAndAnyRiseAtOnce) {
-    last_laser = 1000;
-    EXPECT_EQ(measure_and_read(800), 800) << "exactly a fifth is not more than a fifth";
-    last_laser = 1000;
-    EXPECT_EQ(measure_and_read(801), 801);
-    EXPECT_EQ(measure_and_read(5000), 5000) << "a rise, however large";
-    EXPECT_EQ(measure_and_read(65535), 65535) << "no echo is a rise too";
-    EXPECT_EQ(last_laster_cnt, 0);
-}
-
-TEST_F(LaserReader, AnAcceptedReadingResetsTheRefusalCount) {
-    last_laser = 1000;
-    EXPECT_EQ(measure_and_read(700), 1000) << "refused: the last accepted distance is used";
-    EXPECT_EQ(measure_and_read(700), 1000);
-    EXPECT_EQ(last_laster_cnt, 2);
-    EXPECT_EQ(measure_and_read(900), 900);
-    EXPECT_EQ(last_laster_cnt, 0);
-    EXPECT_EQ(measure_and_read(700), 900);
-    EXPECT_EQ(last_laster_cnt, 1);
-}
-
-TEST_F(LaserReader, FirstReadingBelowEightMetresIsRefusedThreeTimes) {
-    global_laser_distance = 100;
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(measure_and_read(79), 100);
-    EXPECT_EQ(measure_and_read(79), 79);
 }
 
 TEST_F(LaserReader, OverrideReplacesTheDistanceWhileTheFilterFollowsTheLaser) {
@@ -155,7 +133,7 @@ TEST_F(LaserReader, OverrideReplacesTheDistanceWhileTheFilterFollowsTheLaser) {
     EXPECT_EQ(last_laser, 1300);
 }
 
-TEST_F(LaserReader, SemaphoreFailureReturnsTheLastDistanceAndKeepsTheFilterState) {
+TEST_F(LaserReader, WithoutItsSemaphoreReturnsTheLastDistanceAndKeepsTheFilterState) {
     global_laser_distance = 321;
     last_laser = 321;
     last_laster_cnt = 2;
@@ -164,17 +142,75 @@ TEST_F(LaserReader, SemaphoreFailureReturnsTheLastDistanceAndKeepsTheFilterState
     ASSERT_TRUE(laser_->publish(&raw, sizeof raw));
     ASSERT_EQ(board().semctl(LaserMenManHandle.sem_id, 0, IPC_RMID, 0), 0);
     EXPECT_EQ(read(), 321) << "no override on this path";
-    EXPECT_EQ(out(), "SemaphoreP failed\r\nError:GetCurrentLaserDistance SemaphoreP failed!");
+    EXPECT_EQ(out_, "SemaphoreP failed\r\nError:GetCurrentLaserDistance SemaphoreP failed!");
     EXPECT_EQ(last_laser, 321);
     EXPECT_EQ(last_laster_cnt, 2);
-    EXPECT_EQ(update_flag(), 1u);
+    EXPECT_EQ(ipc::update_flag(laser_->segment()), 1u);
+
+    LaserMenManHandle = VrelShareMan{};  // before start-up: no semaphore is touched
+    EXPECT_EQ(read(), 321);
+    EXPECT_EQ(out_, "\r\nError:GetCurrentLaserDistance SemaphoreP failed!");
 }
 
-TEST_F(LaserReader, BeforeTheChannelIsOpenedNoSemaphoreIsTouched) {
-    LaserMenManHandle = VrelShareMan{};
-    global_laser_distance = 77;
-    EXPECT_EQ(read(), 77);
-    EXPECT_EQ(out(), "\r\nError:GetCurrentLaserDistance SemaphoreP failed!");
+using LaserReaderInParallel = LaserReader;
+
+TEST_F(LaserReaderInParallel, AnotherProcessPublishesWhileTheServiceReads) {
+    constexpr int kFirst = 1000, kCount = 400;
+    const pid_t child = ::fork();
+    ASSERT_GE(child, 0);
+    if (child == 0) {
+        // The laser process: rising distances, so the filter takes every one it sees.
+        // It leaves without destructors: the channel belongs to the parent's board.
+        for (int i = 0; i < kCount; ++i) {
+            const uint16_t d = static_cast<uint16_t>(kFirst + i);
+            if (!laser_->publish(&d, sizeof d)) ::_exit(1);
+            ::usleep(200);
+        }
+        ::_exit(0);
+    }
+    std::vector<uint16_t> seen;
+    int status = 0;
+    captured([&] {
+        while (::waitpid(child, &status, WNOHANG) == 0) seen.push_back(GetCurrentLaserDistance());
+        seen.push_back(GetCurrentLaserDistance());  // whatever came last
+    });
+    ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
+    EXPECT_EQ(seen.back(), kFirst + kCount - 1) << "the last measurement was taken";
+    for (size_t i = 1; i < seen.size(); ++i) {
+        ASSERT_GE(seen[i], seen[i - 1]) << "never a torn or stale value";
+        ASSERT_TRUE(seen[i] == 0 || seen[i] >= kFirst) << seen[i];
+    }
+    EXPECT_EQ(semaphore_value(LaserMenManHandle.sem_id), 1);
+}
+
+TEST_F(LaserReaderInParallel, ServiceThreadsAndTheTwinLaserShareTheChannel) {
+    twin::Laser laser(board(), twin::LaserConfig{.period_ns = 20'000'000, .distance = 1500});
+    board().set_real_time(20.0);
+    std::atomic<bool> done{false};
+    captured([&] {
+        // The focus loop: reads the distance under the service lock, then sleeps its period.
+        std::thread loop([&] {
+            while (!done) {
+                try_lock();
+                GetCurrentLaserDistance();
+                unlock();
+                platform().sleep_ns(10'000'000);
+            }
+        });
+        // The host: moves the PTZ and changes the distance of the target.
+        for (int i = 0; i < 50; ++i) {
+            SetPZTstart();
+            laser.set_distance(static_cast<uint16_t>(1500 + i));
+            platform().sleep_ns(5'000'000);
+        }
+        const uint64_t readings = laser.readings();
+        while (laser.readings() < readings + 2) platform().sleep_ns(10'000'000);
+        done = true;
+        loop.join();
+    });
+    try_lock();
+    EXPECT_EQ(read(), 1549) << "the loop followed the laser";
+    unlock();
 }
 
 }  // namespace
