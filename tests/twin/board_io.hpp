@@ -8,10 +8,8 @@
 #include <linux/spi/spidev.h>
 #include <sys/ioctl.h>
 
-#include <array>
 #include <cerrno>
 #include <cstdint>
-#include <cstdio>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -20,26 +18,38 @@
 
 namespace zoomaf::twin::test {
 
-// open, write, close; the result of write (or of open when it failed), errno kept.
-inline ssize_t write_path(Platform& p, const std::string& path, std::string_view bytes) {
-    const int fd = p.open(path.c_str(), O_WRONLY);
+// The errno a call left when it failed (-1 or null), 0 when it succeeded.
+inline int error_of(long result) {
+    return result == -1 ? errno : 0;
+}
+inline int error_of(const void* result) {
+    return result == nullptr ? errno : 0;
+}
+// One check that a call failed with exactly this errno (errno cleared first).
+#define EXPECT_ERRNO(call, error) \
+    EXPECT_EQ((errno = 0, ::zoomaf::twin::test::error_of(call)), error) << #call
+
+// open path, f(fd), close: f's result with its errno kept, or -1 when open failed.
+template <typename F>
+long with_fd(Platform& p, const std::string& path, int flags, F f) {
+    const int fd = p.open(path.c_str(), flags);
     if (fd < 0) return -1;
-    const ssize_t written = p.write(fd, bytes.data(), bytes.size());
+    const long result = f(fd);
     const int saved = errno;
     p.close(fd);
     errno = saved;
-    return written;
+    return result;
 }
 
-// open, read up to 64 bytes, close; "<error>" when open or read failed (errno kept).
+inline ssize_t write_path(Platform& p, const std::string& path, std::string_view bytes) {
+    return with_fd(p, path, O_WRONLY,
+                   [&](int fd) { return p.write(fd, bytes.data(), bytes.size()); });
+}
+
+// Up to 64 bytes of the file; "<error>" when open or read failed (errno kept).
 inline std::string read_path(Platform& p, const std::string& path) {
-    const int fd = p.open(path.c_str(), O_RDONLY);
-    if (fd < 0) return "<error>";
     char buf[64];
-    const ssize_t n = p.read(fd, buf, sizeof buf);
-    const int saved = errno;
-    p.close(fd);
-    errno = saved;
+    const long n = with_fd(p, path, O_RDONLY, [&](int fd) { return p.read(fd, buf, sizeof buf); });
     return n < 0 ? "<error>" : std::string(buf, static_cast<size_t>(n));
 }
 
@@ -49,9 +59,9 @@ inline std::string gpio_file(int line, const char* file) {
 
 // Exports a line the way the driver does: three bytes of a zero-terminated number.
 inline ssize_t export_line(Platform& p, int line) {
-    std::array<char, 8> text{};
-    std::snprintf(text.data(), text.size(), "%d", line);
-    return write_path(p, "/sys/class/gpio/export", std::string_view(text.data(), 3));
+    std::string text = std::to_string(line);
+    text.resize(3);  // "26" gets its zero, "120" has none
+    return write_path(p, "/sys/class/gpio/export", text);
 }
 
 inline void make_output(Platform& p, int line) {
@@ -61,12 +71,6 @@ inline void make_output(Platform& p, int line) {
 
 inline ssize_t set_value(Platform& p, int line, int level) {
     return write_path(p, gpio_file(line, "value"), level == 1 ? "1" : "0");
-}
-
-inline int open_spi(Platform& p, uint32_t mode = SPI_LSB_FIRST) {
-    const int fd = p.open("/dev/spidev1.0", O_RDWR);
-    p.ioctl(fd, SPI_IOC_WR_MODE32, &mode);
-    return fd;
 }
 
 struct Transfer {
@@ -99,13 +103,29 @@ inline uint16_t chip_read(Platform& p, int fd, uint8_t addr) {
     return static_cast<uint16_t>(t.rx[1] | (t.rx[2] << 8));
 }
 
-inline void vd_pulse(Platform& p) {
-    set_value(p, Board::kVdGpio, 1);
-    set_value(p, Board::kVdGpio, 0);
-}
+// A board wired the way the motor driver leaves it: chip select and VD exported as
+// outputs, the SPI device open in LSB-first mode.
+struct Rig {
+    explicit Rig(BoardConfig config = {}) : board(std::move(config)) {
+        make_output(board, Board::kChipSelectGpio);
+        make_output(board, Board::kVdGpio);
+        spi = board.open("/dev/spidev1.0", O_RDWR);
+        uint32_t mode = SPI_LSB_FIRST;
+        board.ioctl(spi, SPI_IOC_WR_MODE32, &mode);
+    }
+    void vd() {
+        set_value(board, Board::kVdGpio, 1);
+        set_value(board, Board::kVdGpio, 0);
+    }
+    Board board;
+    int spi = -1;
+};
 
-inline std::string i2c_path(int bus) {
-    return "/dev/i2c-" + std::to_string(bus);
+// The kinds of all the faults the board's hardware recorded, in time order.
+inline std::vector<FaultKind> fault_kinds(const Board& board) {
+    std::vector<FaultKind> kinds;
+    for (const auto& fault : board.faults()) kinds.push_back(fault.kind);
+    return kinds;
 }
 
 // One I2C_RDWR with the kernel's own structures; the ioctl's result, errno kept.
@@ -114,9 +134,15 @@ inline int i2c_rdwr(Platform& p, int fd, std::vector<i2c_msg>& messages) {
     return p.ioctl(fd, I2C_RDWR, &data);
 }
 
+inline int i2c_rdwr_on(Platform& p, int bus, std::vector<i2c_msg>& messages) {
+    return static_cast<int>(with_fd(p, "/dev/i2c-" + std::to_string(bus), O_RDWR,
+                                    [&](int fd) { return i2c_rdwr(p, fd, messages); }));
+}
+
 struct I2cRead {
     int result;
     std::vector<uint8_t> data;
+    int error = 0;  // errno of a failed transfer
 };
 
 // A read at a 16-bit register address as the service sends it: open the bus, one transfer
@@ -124,31 +150,21 @@ struct I2cRead {
 // as 0xEE so that bytes the transfer did not fill show.
 inline I2cRead read_reg16(Platform& p, int bus, uint16_t device, uint16_t addr, size_t n = 1) {
     I2cRead out{-1, std::vector<uint8_t>(n, 0xEE)};
-    const int fd = p.open(i2c_path(bus).c_str(), O_RDWR);
-    if (fd < 0) return out;
     uint8_t address[2] = {static_cast<uint8_t>(addr >> 8), static_cast<uint8_t>(addr & 0xFF)};
     std::vector<i2c_msg> messages{{device, 0, 2, address},
                                   {device, I2C_M_RD, static_cast<uint16_t>(n), out.data.data()}};
-    out.result = i2c_rdwr(p, fd, messages);
-    const int saved = errno;
-    p.close(fd);
-    errno = saved;
+    out.result = i2c_rdwr_on(p, bus, messages);
+    out.error = error_of(out.result);
     return out;
 }
 
 // A write at a 16-bit register address: one message of the address and the values.
 inline int write_reg16(Platform& p, int bus, uint16_t device, uint16_t addr,
                        std::vector<uint8_t> values) {
-    const int fd = p.open(i2c_path(bus).c_str(), O_RDWR);
-    if (fd < 0) return -1;
     values.insert(values.begin(),
                   {static_cast<uint8_t>(addr >> 8), static_cast<uint8_t>(addr & 0xFF)});
     std::vector<i2c_msg> messages{{device, 0, static_cast<uint16_t>(values.size()), values.data()}};
-    const int result = i2c_rdwr(p, fd, messages);
-    const int saved = errno;
-    p.close(fd);
-    errno = saved;
-    return result;
+    return i2c_rdwr_on(p, bus, messages);
 }
 
 }  // namespace zoomaf::twin::test
