@@ -34,16 +34,12 @@ TEST(PdConversion, CalibratedValuesMatchTheTruthWithinAFewPerCent) {
 }
 
 TEST(PdConversion, TrueConversionIsBilinearAndHeldBeyondTheKnots) {
-    const auto& x = kPdConversionKnots.x;
-    const auto& y = kPdConversionKnots.y;
-    EXPECT_DOUBLE_EQ(twin::true_dcc_at(x[2], y[3]), kPdConversionKnots.true_dcc[3 * 8 + 2]);
-    EXPECT_DOUBLE_EQ(twin::true_dcc_at(0, 0), kPdConversionKnots.true_dcc[0]);
-    EXPECT_DOUBLE_EQ(twin::true_dcc_at(4000, 3000), kPdConversionKnots.true_dcc[47]);
-    const double middle = twin::true_dcc_at((x[0] + x[1]) / 2, y[0]);
-    EXPECT_DOUBLE_EQ(middle, (kPdConversionKnots.true_dcc[0] + kPdConversionKnots.true_dcc[1]) / 2);
-    EXPECT_NEAR(
-        twin::phase_difference_for_defocus(10.0, 2000, 1500) * twin::true_dcc_at(2000, 1500),
-        10.0 * 16384, 1e-6);
+    const auto& k = kPdConversionKnots;
+    EXPECT_DOUBLE_EQ(twin::true_dcc_at(k.x[2], k.y[3]), k.true_dcc[3 * 8 + 2]);
+    EXPECT_DOUBLE_EQ(twin::true_dcc_at(0, 0), k.true_dcc[0]);
+    EXPECT_DOUBLE_EQ(twin::true_dcc_at(4000, 3000), k.true_dcc[47]);
+    EXPECT_DOUBLE_EQ(twin::true_dcc_at((k.x[0] + k.x[1]) / 2, k.y[0]),
+                     (k.true_dcc[0] + k.true_dcc[1]) / 2);
 }
 
 // The defocus library's input for grid window (column, row) with the shipped DCC values,
