@@ -1,166 +1,296 @@
-// The control calls: their mode and range checks in order, their exact messages, no state
-// change on an error, and the manual position read back at and beyond the range ends.
+// The control calls: every setter's mode and range checks in their order with the exact
+// messages and no state change on a refusal, the accepted boundary values, the centre
+// windows on the twin's sensor, the manual position read back at the range ends, and the
+// calls against a thread that holds the service lock.
 #include <gmock/gmock.h>
 
+#include <atomic>
+#include <chrono>
 #include <cmath>
+#include <future>
+#include <thread>
+#include <tuple>
 
 #include "tests/service/service_fixture.hpp"
+#include "twin/imx586.hpp"
 
 namespace zoomaf::test {
 namespace {
 
 using ::testing::HasSubstr;
+using ::testing::StartsWith;
+using namespace std::chrono_literals;
 
-class ControlApi : public ServiceTest {};
-
-TEST_F(ControlApi, SetModeChecksTheRangeFirstThenEquality) {
-    is_free_focus_opr_over = 1;
-    current_select_pdaf_window = 5;
-    for (int32_t bad : {3, -1}) {
-        EXPECT_EQ(call([&] { return AppSetMode(bad); }), -2);
-        EXPECT_EQ(output_, "\r\n\r\nError: AppSetMode modepara:" + std::to_string(bad) +
-                               " is out of range(0-2)!\r\n");
-    }
-    EXPECT_EQ(call([] { return AppSetMode(PDAF_CENTER_MODE); }), -1);
-    EXPECT_EQ(output_,
-              "\r\n\r\nError: AppSetMode the current mode is equal to the mode which is to been "
-              "setting!\r\n");
-    EXPECT_EQ(current_focus_mode, PDAF_CENTER_MODE);
-    EXPECT_EQ(is_free_focus_opr_over, 1) << "an error changes nothing";
-    EXPECT_EQ(current_select_pdaf_window, 5);
-
-    EXPECT_EQ(call([] { return AppSetMode(MANUAL_FOCUS_MODE); }), 0);
-    EXPECT_EQ(output_, "Opr Success:Set Focus Mode from 0 to 2\r\n");
-    EXPECT_EQ(current_focus_mode, MANUAL_FOCUS_MODE);
-    EXPECT_EQ(is_free_focus_opr_over, 0);
-    EXPECT_EQ(current_select_pdaf_window, 0);
-    EXPECT_EQ(AppGetFocusMode(), MANUAL_FOCUS_MODE);
-}
-
-TEST_F(ControlApi, FocusCoordinatesNeedFreeModeThenAPointOnTheSensor) {
-    EXPECT_EQ(call([] { return AppSetFocusCoordinates(4000, 0); }), -1) << "mode before range";
-    EXPECT_EQ(output_,
-              "\r\n\r\nError: AppSetFocusCoordinates the current mode is no equal to "
-              "PDAF_FREE_MODE!\r\n");
-
-    current_focus_mode = PDAF_FREE_MODE;
-    for (auto [x, y] : {std::pair{4000, 0}, {-1, 0}, {0, 3000}, {0, -1}}) {
-        EXPECT_EQ(call([&] { return AppSetFocusCoordinates(x, y); }), -2) << x << "," << y;
-        EXPECT_EQ(output_, "\r\n\r\nError: AppSetFocusCoordinates pointx:" + std::to_string(x) +
-                               " and pointy:" + std::to_string(y) +
-                               " is out of range(0-3999/0-2999)!\r\n");
-    }
-    EXPECT_EQ(is_coordinates_update, 0);
-    EXPECT_EQ(free_focus_pointx, 0);
-
-    EXPECT_EQ(call([] { return AppSetFocusCoordinates(3999, 2999); }), 0);
-    EXPECT_EQ(output_, "");
-    EXPECT_EQ(is_coordinates_update, 1);
-    EXPECT_EQ(free_focus_pointx, 3999);
-    EXPECT_EQ(free_focus_pointy, 2999);
-}
-
-TEST_F(ControlApi, ShockPeriodNeedsCentreModeAndKeepsItsOddRangeText) {
-    current_focus_mode = PDAF_FREE_MODE;
-    EXPECT_EQ(call([] { return AppSetShockPeriod(100); }), -1);
-    EXPECT_EQ(output_,
-              "\r\n\r\nError: AppSetShockPeriod the current mode is no equal to "
-              "PDAF_CENTER_MODE!\r\n");
-
-    current_focus_mode = PDAF_CENTER_MODE;
-    for (int32_t bad : {49, 3001}) {
-        EXPECT_EQ(call([&] { return AppSetShockPeriod(bad); }), -2);
-        EXPECT_EQ(output_, "\r\n\r\nError: AppSetShockPeriod Percentage:" + std::to_string(bad) +
-                               "  is out of range(0-5)!\r\n");
-        EXPECT_EQ(current_shockperiod, 50);
-    }
-    for (int32_t good : {50, 3000}) {
-        EXPECT_EQ(AppSetShockPeriod(good), 0);
-        EXPECT_EQ(current_shockperiod, good);
-    }
-}
-
-TEST_F(ControlApi, ManualPositionIsAlwaysEchoedThenNeedsManualModeAndAFraction) {
-    EXPECT_EQ(call([] { return AppSetFocusPercentagePosition(0.5f); }), -1);
-    EXPECT_EQ(output_,
-              "Set Manual Focus 0.500000.\r\n"
-              "\r\n\r\nError: AppSetFocusPercentagePosition the current mode is no equal to "
-              "MANUAL_FOCUS_MODE!\r\n");
-
-    current_focus_mode = MANUAL_FOCUS_MODE;
-    EXPECT_EQ(call([] { return AppSetFocusPercentagePosition(1.01f); }), -2);
-    EXPECT_EQ(output_,
-              "Set Manual Focus 1.010000.\r\n"
-              "\r\n\r\nError: AppSetFocusPercentagePosition Percentage:1.010000  is out of "
-              "range(0.0-1.0)!\r\n");
-    EXPECT_EQ(call([] { return AppSetFocusPercentagePosition(-0.01f); }), -2);
-    EXPECT_EQ(call([] { return AppSetFocusPercentagePosition(std::nanf("")); }), -2)
-        << "NaN is no fraction";
-    EXPECT_THAT(output_, HasSubstr("Percentage:nan  is out of range(0.0-1.0)!\r\n"));
-    EXPECT_EQ(is_manual_positon_update, 0);
-    EXPECT_EQ(manual_positon_percentage, 0.0f);
-
-    EXPECT_EQ(call([] { return AppSetFocusPercentagePosition(1.0f); }), 0);
-    EXPECT_EQ(output_, "Set Manual Focus 1.000000.\r\n");
-    EXPECT_EQ(manual_positon_percentage, 1.0f);
-    EXPECT_EQ(call([] { return AppSetFocusPercentagePosition(0.0f); }), 0);
-    EXPECT_EQ(manual_positon_percentage, 0.0f);
-    EXPECT_EQ(is_manual_positon_update, 1);
-}
-
-class ManualPositionReadBack : public ServiceTest {
+class ControlApi : public ServiceTest {
 protected:
-    void SetUp() override {
-        ServiceTest::SetUp();
-        multiple_index = 25;
-        mator_step_section[25][0] = -1000;
-        mator_step_section[25][1] = 1000;
-        manual_positon_percentage = 0.25f;
+    std::vector<twin::I2cRegisterWrite> sensor_writes() {
+        return board().imx586([](twin::Imx586& s) { return s.writes(); });
     }
-    int32_t read_at(int16_t focus_step) {
+    // Window 0 as the sensor holds it (outside a group hold): start, end and enabled.
+    std::tuple<int, int, int, int, bool> window0() {
+        const auto w = board().imx586([](twin::Imx586& s) { return s.window(0); });
+        EXPECT_FALSE(board().imx586([](twin::Imx586& s) { return s.group_hold(); }));
+        return {w.x_start, w.y_start, w.x_end, w.y_end, w.enabled};
+    }
+    int32_t manual_position_at(int16_t focus_step) {
         gRunData.motor[MOTOR_FOCUS].cur_steps = focus_step;
-        return call([] { return AppGetFocusPercentagePosition(); });
+        return call(AppGetFocusPercentagePosition);
     }
 };
 
-TEST_F(ManualPositionReadBack, IsAWholePercentageClampedAtTheRangeEnds) {
-    EXPECT_EQ(read_at(0), 50);
-    EXPECT_EQ(output_,
-              "Get old manual positon percentage = 0.250000\r\n"
-              "Manual focus range: form -1000 to 1000, target step value:0\r\n"
-              "Get Manual Focus 50.\r\n");
-    EXPECT_EQ(read_at(999), 99) << "truncated, not rounded";
-    EXPECT_EQ(read_at(-1000), 0);
-    EXPECT_EQ(read_at(-2574), 0);
-    EXPECT_THAT(output_, HasSubstr("target step value:-2574\r\n"));  // printed before the clamp
-    EXPECT_EQ(read_at(1000), 100);
-    EXPECT_EQ(read_at(3022), 100);
-    EXPECT_THAT(output_, HasSubstr("Get Manual Focus 100.\r\n"));
+// Everything a setter writes, to see that a refused call wrote none of it.
+auto setter_state() {
+    return std::tuple(current_focus_mode.load(), is_free_focus_opr_over.load(),
+                      current_select_pdaf_window, is_coordinates_update, free_focus_pointx,
+                      free_focus_pointy, current_shockperiod, is_manual_positon_update,
+                      manual_positon_percentage, is_center_af_winratio_update);
 }
 
-TEST_F(ManualPositionReadBack, AZeroRangeReadsZeroAndAnInvertedOneIsAnError) {
+struct Refusal {
+    int32_t mode;  // the focus mode at the call
+    int32_t (*call)();
+    int32_t result;
+    const char* message = nullptr;  // each distinct text once
+};
+
+// AppSetMode checks the range before the equality; every other setter the mode first.
+// The free area keeps the ratio call's mode text, and point bounds one below the point's.
+const Refusal kRefusals[] = {
+    {MANUAL_FOCUS_MODE, [] { return AppSetMode(3); }, -2,
+     "\r\n\r\nError: AppSetMode modepara:3 is out of range(0-2)!\r\n"},
+    {MANUAL_FOCUS_MODE, [] { return AppSetMode(-1); }, -2},
+    {MANUAL_FOCUS_MODE, [] { return AppSetMode(MANUAL_FOCUS_MODE); }, -1,
+     "\r\n\r\nError: AppSetMode the current mode is equal to the mode which is to been "
+     "setting!\r\n"},
+    {PDAF_CENTER_MODE, [] { return AppSetFocusCoordinates(4000, 0); }, -1,
+     "\r\n\r\nError: AppSetFocusCoordinates the current mode is no equal to PDAF_FREE_MODE!\r\n"},
+    {PDAF_FREE_MODE, [] { return AppSetFocusCoordinates(4000, 0); }, -2,
+     "\r\n\r\nError: AppSetFocusCoordinates pointx:4000 and pointy:0 is out of "
+     "range(0-3999/0-2999)!\r\n"},
+    {PDAF_FREE_MODE, [] { return AppSetFocusCoordinates(-1, 0); }, -2},
+    {PDAF_FREE_MODE, [] { return AppSetFocusCoordinates(0, 3000); }, -2},
+    {PDAF_FREE_MODE, [] { return AppSetFocusCoordinates(0, -1); }, -2},
+    {PDAF_FREE_MODE, [] { return AppSetShockPeriod(100); }, -1,
+     "\r\n\r\nError: AppSetShockPeriod the current mode is no equal to PDAF_CENTER_MODE!\r\n"},
+    {PDAF_CENTER_MODE, [] { return AppSetShockPeriod(49); }, -2,
+     "\r\n\r\nError: AppSetShockPeriod Percentage:49  is out of range(0-5)!\r\n"},
+    {PDAF_CENTER_MODE, [] { return AppSetShockPeriod(3001); }, -2},
+    {PDAF_CENTER_MODE, [] { return AppSetFocusPercentagePosition(0.5f); }, -1,
+     "Set Manual Focus 0.500000.\r\n\r\n\r\nError: AppSetFocusPercentagePosition the current "
+     "mode is no equal to MANUAL_FOCUS_MODE!\r\n"},
+    {MANUAL_FOCUS_MODE, [] { return AppSetFocusPercentagePosition(1.01f); }, -2,
+     "Set Manual Focus 1.010000.\r\n\r\n\r\nError: AppSetFocusPercentagePosition "
+     "Percentage:1.010000  is out of range(0.0-1.0)!\r\n"},
+    {MANUAL_FOCUS_MODE, [] { return AppSetFocusPercentagePosition(-0.01f); }, -2},
+    {MANUAL_FOCUS_MODE, [] { return AppSetFocusPercentagePosition(std::nanf("")); }, -2},
+    {PDAF_FREE_MODE, [] { return AppSetCenterFocusWindownsRatio(2); }, -1,
+     "\r\n\r\nError: AppSetCenterFocusWindownsRatio the current mode is no equal to "
+     "PDAF_CENTER_MODE!\r\n"},
+    {PDAF_CENTER_MODE, [] { return AppSetCenterFocusWindownsRatio(5); }, -2,
+     "\r\n\r\nError: AppSetCenterFocusWindownsRatio Percentage:5  is out of range(0-4)!\r\n"},
+    {PDAF_CENTER_MODE, [] { return AppSetCenterFocusWindownsRatio(-1); }, -2},
+    {MANUAL_FOCUS_MODE, [] { return AppSetCenterFocusWindownsFreearea(9, 9, 9, 9); }, -1,
+     "\r\n\r\nError: AppSetCenterFocusWindownsRatio the current mode is no equal to "
+     "PDAF_CENTER_MODE!\r\n"},
+    {PDAF_CENTER_MODE, [] { return AppSetCenterFocusWindownsFreearea(3999, 0, 9, 9); }, -2,
+     "\r\n\r\nError: AppSetFocusCoordinates pointx:3999 and pointy:0 is out of "
+     "range(0-3999/0-2999)!\r\n"},
+    {PDAF_CENTER_MODE, [] { return AppSetCenterFocusWindownsFreearea(-1, 0, 9, 9); }, -2},
+    {PDAF_CENTER_MODE, [] { return AppSetCenterFocusWindownsFreearea(0, 2999, 9, 9); }, -2},
+    {PDAF_CENTER_MODE, [] { return AppSetCenterFocusWindownsFreearea(0, -1, 9, 9); }, -2},
+    {PDAF_CENTER_MODE, [] { return AppSetCenterFocusWindownsFreearea(0, 0, 4000, 0); }, -2,
+     "\r\n\r\nError: AppSetFocusCoordinates width:4000 and height:0 is out of "
+     "range(0-3999/0-2999)!\r\n"},
+    {PDAF_CENTER_MODE, [] { return AppSetCenterFocusWindownsFreearea(0, 0, 0, 3000); }, -2},
+};
+
+TEST_F(ControlApi, RefusedCallsSayWhyInTheirOrderAndChangeNothing) {
+    is_free_focus_opr_over = 1;
+    current_select_pdaf_window = 5;
+    for (const Refusal& each : kRefusals) {
+        SCOPED_TRACE(testing::Message() << "refusal " << &each - kRefusals);
+        current_focus_mode = each.mode;
+        const auto before = setter_state();
+        EXPECT_EQ(call(each.call), each.result);
+        if (each.message != nullptr) {
+            EXPECT_EQ(output_, each.message);
+        }
+        EXPECT_EQ(setter_state(), before);
+    }
+    EXPECT_TRUE(sensor_writes().empty()) << "a refused window call reaches no register";
+}
+
+TEST_F(ControlApi, TheSettersTakeTheEndsOfTheirRanges) {
+    is_free_focus_opr_over = 1;
+    current_select_pdaf_window = 5;
+    EXPECT_EQ(call([] { return AppSetMode(PDAF_FREE_MODE); }), 0);
+    EXPECT_EQ(output_, "Opr Success:Set Focus Mode from 0 to 1\r\n");
+    EXPECT_EQ(setter_state(), std::tuple(PDAF_FREE_MODE, 0, 0, 0, 0, 0, 50, 0, 0.0f, 0));
+
+    EXPECT_EQ(AppSetFocusCoordinates(3999, 2999), 0);
+    current_focus_mode = PDAF_CENTER_MODE;
+    EXPECT_EQ(AppSetShockPeriod(3000), 0);
+    current_focus_mode = MANUAL_FOCUS_MODE;
+    EXPECT_EQ(call([] { return AppSetFocusPercentagePosition(1.0f); }), 0);
+    EXPECT_EQ(output_, "Set Manual Focus 1.000000.\r\n");
+    EXPECT_EQ(setter_state(), std::tuple(MANUAL_FOCUS_MODE, 0, 0, 1, 3999, 2999, 3000, 1, 1.0f, 0));
+
+    EXPECT_EQ(call([] { return AppSetFocusPercentagePosition(0.0f); }), 0);
+    EXPECT_EQ(manual_positon_percentage, 0.0f);
+    current_focus_mode = PDAF_CENTER_MODE;
+    EXPECT_EQ(AppSetShockPeriod(50), 0);
+    EXPECT_EQ(current_shockperiod, 50);
+}
+
+TEST_F(ControlApi, TheRatioLaysOutTheCentreWindowsInsideAGroupHold) {
+    EXPECT_EQ(call([] { return AppSetCenterFocusWindownsRatio(4); }), 0);
+    EXPECT_EQ(is_center_af_winratio_update, 1);
+    const auto first = sensor_writes().at(0);
+    EXPECT_EQ(std::tuple(first.addr, first.value), std::tuple(twin::Imx586::kGroupHold, 1));
+    // The layout was held back and took effect when the hold was closed.
+    board().imx586([](twin::Imx586& s) {
+        EXPECT_FALSE(s.group_hold());
+        EXPECT_EQ(s.area_mode(), twin::Imx586::kAreaModeWindows);
+    });
+}
+
+TEST_F(ControlApi, TheFreeAreaIsWindowZeroAsFourThirteenBitCoordinates) {
+    EXPECT_EQ(call([] { return AppSetCenterFocusWindownsFreearea(1000, 800, 400, 300); }), 0);
+    const uint8_t expected[8] = {0x03, 0xE8, 0x03, 0x20, 0x05, 0x78, 0x04, 0x4C};
+    EXPECT_EQ(std::memcmp(focus_area, expected, 8), 0);
+    EXPECT_EQ(window0(), std::tuple(1000, 800, 1400, 1100, true));
+    EXPECT_EQ(is_center_af_winratio_update, 1);
+    // Read back inside the group hold, the registers still show what they held before.
+    EXPECT_THAT(output_, StartsWith("PDAF SWITCH CHENTER AREA:\r\n"
+                                    "\r\n0x38A3 value:0x0\r\n0x38AC value:0x0"
+                                    "\r\nread windows addr:0x38b4,value:0x0,source write "
+                                    "value:0x3\r\nread windows addr:0x38b5"));
+
+    // A negative size is not checked: the end wraps to 13 bits.
+    EXPECT_EQ(call([] { return AppSetCenterFocusWindownsFreearea(10, 3, -20, 0); }), 0);
+    EXPECT_EQ(window0(), std::tuple(10, 3, 8182, 3, true));
+
+    board().set_i2c_present(twin::Board::kModuleBus, twin::Imx586::kAddress, false);
+    EXPECT_EQ(call([] { return AppSetCenterFocusWindownsFreearea(1000, 800, 400, 300); }), -1);
+    EXPECT_THAT(output_, HasSubstr("Error: set_pdaf_centermode_freearea_attr the area did not "
+                                   "reach the sensor!\r\n"));
+}
+
+TEST_F(ControlApi, TheManualPositionReadsAsAWholePercentageClampedToTheRange) {
+    multiple_index = 25;
+    mator_step_section[25][0] = -1000;
+    mator_step_section[25][1] = 1000;
+    manual_positon_percentage = 0.25f;
+    const std::pair<int16_t, int32_t> reads[] = {{0, 50},    {999, 99},   {-1000, 0},
+                                                 {-2574, 0}, {1000, 100}, {3022, 100}};
+    for (auto [step, percent] : reads) EXPECT_EQ(manual_position_at(step), percent) << step;
+    EXPECT_EQ(output_,
+              "Get old manual positon percentage = 0.250000\r\n"
+              "Manual focus range: form -1000 to 1000, target step value:3022\r\n"
+              "Get Manual Focus 100.\r\n");
+
     mator_step_section[25][0] = mator_step_section[25][1] = 300;
-    EXPECT_EQ(read_at(300), 0);
-    EXPECT_EQ(read_at(2000), 0);
-    EXPECT_THAT(output_, HasSubstr("Get Manual Focus 0.\r\n"));
-
+    EXPECT_EQ(manual_position_at(2000), 0) << "a zero range reads 0";
     mator_step_section[25][0] = 301;
-    EXPECT_EQ(read_at(300), -1);
+    EXPECT_EQ(manual_position_at(300), -1);
     EXPECT_EQ(output_, "get Focusing meter step error!!\r\n");
-
     mator_step_section[25][0] = -1000;
     multiple_index = LENS_TABLE_ROWS;
-    EXPECT_EQ(read_at(0), -1) << "a row outside the table is never read";
-    EXPECT_EQ(output_, "get Focusing meter step error!!\r\n");
+    EXPECT_EQ(manual_position_at(0), -1) << "a row outside the table is never read";
 }
 
 TEST_F(ControlApi, TheLaserCompensationReadsZeroUntilOneIsLearned) {
     laser_focus_compensation = -5;  // as every mode or zoom change leaves it
-    EXPECT_EQ(call([] { return GetLaserCompensationValue(); }), 0);
+    EXPECT_EQ(call(GetLaserCompensationValue), 0);
     EXPECT_EQ(output_, "go get lasercompensationvalue:0\r\n");
     laser_focus_compensation = -37;
-    EXPECT_EQ(call([] { return GetLaserCompensationValue(); }), -37);
-    EXPECT_EQ(output_, "go get lasercompensationvalue:-37\r\n");
+    EXPECT_EQ(call(GetLaserCompensationValue), -37);
+}
+
+template <class T>
+bool ready_within(std::future<T>& result, std::chrono::milliseconds wait) {
+    return result.wait_for(wait) == std::future_status::ready;
+}
+
+// The auto-focus loop holds the service lock for a whole pass; the mode and range tests
+// are made before the lock is taken.
+TEST_F(ControlApi, SettersWaitForThePassThatHoldsTheLockAndRefusalsDoNot) {
+    mator_step_section[0][0] = 10;  // min above max: the read-back refuses
+    std::future<int32_t> mode, period, wrong_mode, same_mode, bad_range;
+    bool refusals_answered = false, setters_waited = false;
+    (void)captured([&] {
+        try_lock();  // the loop's pass
+        mode = std::async(std::launch::async, [] { return AppSetMode(PDAF_FREE_MODE); });
+        period = std::async(std::launch::async, [] { return AppSetShockPeriod(200); });
+        wrong_mode = std::async(std::launch::async, [] { return AppSetFocusCoordinates(1, 1); });
+        same_mode = std::async(std::launch::async, [] { return AppSetMode(PDAF_CENTER_MODE); });
+        bad_range = std::async(std::launch::async, [] { return AppGetFocusPercentagePosition(); });
+        refusals_answered = ready_within(wrong_mode, 10s) && ready_within(same_mode, 10s) &&
+                            ready_within(bad_range, 10s);
+        setters_waited =
+            !ready_within(mode, 50ms) && !ready_within(period, 1ms) && current_shockperiod == 50;
+        unlock();
+        mode.wait();
+        period.wait();
+    });
+    ASSERT_TRUE(refusals_answered);
+    EXPECT_TRUE(setters_waited) << "nothing is written while the pass runs";
+    EXPECT_EQ(wrong_mode.get(), -1);
+    EXPECT_EQ(same_mode.get(), -1);
+    EXPECT_EQ(bad_range.get(), -1);
+    EXPECT_EQ(mode.get(), 0);
+    // The period call tested the mode before the lock: centre mode, so it went on.
+    EXPECT_EQ(period.get(), 0);
+    EXPECT_EQ(current_shockperiod, 200);
+    EXPECT_EQ(current_focus_mode, PDAF_FREE_MODE);
+}
+
+// A loop-like thread reads and writes the shared state under the lock, one pass after each
+// control call. The pass count is relaxed on purpose: it orders the threads in time but
+// gives TSan no happens-before, so only the service lock can order their accesses.
+TEST_F(ControlApi, ControlCallsRaceALoopThreadWithoutADataRace) {
+    mator_step_section[0][1] = 100;
+    std::atomic<bool> stop{false};
+    std::atomic<int> passes{0};
+    std::atomic<int64_t> sink{0};
+    auto pass_count = [&] { return passes.load(std::memory_order_relaxed); };
+    void (*const calls[])(int) = {
+        [](int i) { AppSetMode(i % 3); },
+        [](int i) { AppSetFocusCoordinates(i, i); },
+        [](int) { AppSetFocusPercentagePosition(0.5f); },
+        [](int i) { AppSetShockPeriod(50 + i); },
+        [](int) { AppGetFocusPercentagePosition(); },
+        [](int) { GetLaserCompensationValue(); },
+        [](int i) { set_day_or_night_focus_mode(i & 1); },
+        [](int) { AppGetFocusMode(); },
+    };
+    (void)captured([&] {
+        std::thread loop([&] {
+            while (!stop.load(std::memory_order_relaxed)) {
+                try_lock();
+                is_coordinates_update = is_manual_positon_update = 0;
+                is_free_focus_opr_over = current_focus_mode == PDAF_FREE_MODE;
+                laser_focus_compensation = pass_count() % 7 - 5;
+                gRunData.motor[MOTOR_FOCUS].cur_steps = static_cast<int16_t>(pass_count() % 50);
+                sink.store(free_focus_pointx + free_focus_pointy + current_shockperiod +
+                               cur_day_night_mode + static_cast<int>(manual_positon_percentage),
+                           std::memory_order_relaxed);
+                unlock();
+                passes.fetch_add(1, std::memory_order_relaxed);
+                std::this_thread::yield();
+            }
+        });
+        for (int i = 0; i < 12; ++i) {
+            for (auto control_call : calls) {
+                control_call(i);
+                const int after_call = pass_count();  // a whole pass that began after the call
+                while (pass_count() < after_call + 2) std::this_thread::yield();
+            }
+        }
+        stop = true;
+        loop.join();
+    });
+    EXPECT_GE(passes.load(), 12 * 8 * 2);
 }
 
 }  // namespace

@@ -1,6 +1,6 @@
 // A fresh twin board per test, installed behind a recorder, and the focus service back in
-// its load-time state. Helpers copy the shipped data files into the board's sandbox and
-// capture the service's messages.
+// its load-time state. Helpers read the shipped data files and capture the service's
+// messages.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -20,8 +20,6 @@
 
 namespace zoomaf::test {
 
-using twin::RecordingPlatform;
-
 // The content of a file shipped in data/.
 inline std::string data_file(const std::string& name) {
     std::ifstream in(std::string(ZOOMAF_DATA_DIR) + "/" + name, std::ios::binary);
@@ -34,9 +32,9 @@ inline std::string data_file(const std::string& name) {
 class ServiceTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        for (int sig : {SIGINT, SIGSEGV, SIGTERM}) sigaction(sig, nullptr, &saved_[slot(sig)]);
+        for (int i = 0; i < 3; ++i) sigaction(kFatalSignals[i], nullptr, &saved_[i]);
         board_ = std::make_unique<twin::Board>();
-        recorder_ = std::make_unique<RecordingPlatform>(*board_);
+        recorder_ = std::make_unique<twin::RecordingPlatform>(*board_);
         install_platform(recorder_.get());
         reset_service();
     }
@@ -44,7 +42,7 @@ protected:
     void TearDown() override {
         // InitGlobalClearinfo installs the service's fatal-signal handler; a crash in a later
         // test must still be reported as a crash.
-        for (int sig : {SIGINT, SIGSEGV, SIGTERM}) sigaction(sig, &saved_[slot(sig)], nullptr);
+        for (int i = 0; i < 3; ++i) sigaction(kFatalSignals[i], &saved_[i], nullptr);
         if (gSpiDev.fd >= 0) platform().close(gSpiDev.fd);
         gSpiDev.fd = -1;
         install_platform(nullptr);
@@ -58,23 +56,17 @@ protected:
         current_multiple = 1.0f;
         motor_position = -1;
         current_shockperiod = 50;
-        is_coordinates_update = 0;
         free_focus_pointx = free_focus_pointy = free_focus_width = free_focus_height = 0;
-        is_manual_positon_update = 0;
+        is_coordinates_update = is_manual_positon_update = is_center_af_winratio_update = 0;
         manual_positon_percentage = 0.0f;
-        is_center_af_winratio_update = 0;
         std::memset(focus_area, 0, sizeof focus_area);
-        is_free_focus_opr_over = 0;
-        current_select_pdaf_window = 0;
-        laser_focus_compensation = 0;
-        multiple_index = 0;
-        init_motor_status = 0;
+        is_free_focus_opr_over = current_select_pdaf_window = laser_focus_compensation = 0;
+        multiple_index = init_motor_status = 0;
         std::memset(TxtToDat, 0, sizeof TxtToDat);
         std::memset(mator_step_section, 0, sizeof mator_step_section);
         std::memset(template_mator_step_section, 0, sizeof template_mator_step_section);
         std::memset(laser_motor_calibration, 0, sizeof laser_motor_calibration);
-        calibration_offset_step = 0;
-        pd_calibration_value = 0;
+        calibration_offset_step = pd_calibration_value = 0;
         if (selfstudy_point != nullptr) std::memset(selfstudy_point, 0, SELFSTUDY_STORE_BYTES);
         is_selfstudy_point_update = 0;
         is_deal_selfstudy = 1;
@@ -90,11 +82,6 @@ protected:
                 static_cast<SelfStudyBlock*>(std::calloc(SELFSTUDY_BLOCKS, sizeof(SelfStudyBlock)));
         }
         ASSERT_NE(selfstudy_point, nullptr);
-    }
-
-    // Puts a data/ file at a board path.
-    void install_data_file(const std::string& name, const char* board_path) {
-        board().write_file(board_path, data_file(name));
     }
 
     template <class F>
@@ -115,16 +102,15 @@ protected:
     }
 
     twin::Board& board() { return *board_; }
-    RecordingPlatform& recorder() { return *recorder_; }
+    twin::RecordingPlatform& recorder() { return *recorder_; }
 
     std::string output_;
 
 private:
-    static int slot(int sig) { return sig == SIGINT ? 0 : sig == SIGSEGV ? 1 : 2; }
-
+    static constexpr int kFatalSignals[3] = {SIGINT, SIGSEGV, SIGTERM};
     struct sigaction saved_[3] = {};
     std::unique_ptr<twin::Board> board_;
-    std::unique_ptr<RecordingPlatform> recorder_;
+    std::unique_ptr<twin::RecordingPlatform> recorder_;
 };
 
 }  // namespace zoomaf::test
