@@ -3,6 +3,8 @@
 // keys keep parallel test runs apart; its destructor removes what the test created.
 #pragma once
 
+#include "tests/support/captured_output.hpp"
+
 #include <gtest/gtest.h>
 #include <sys/sem.h>
 #include <sys/shm.h>
@@ -83,15 +85,6 @@ protected:
     }
     static int semaphore_value(int sem_id) { return ::semctl(sem_id, 0, GETVAL); }
 
-    // Runs f with standard output captured; returns what it printed.
-    template <class F>
-    static std::string captured(F&& f) {
-        fflush(stdout);
-        testing::internal::CaptureStdout();
-        f();
-        fflush(stdout);
-        return testing::internal::GetCapturedStdout();
-    }
     // The result of f and what it printed.
     struct Call {
         int64_t result;

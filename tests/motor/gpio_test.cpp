@@ -26,7 +26,7 @@ TEST(PinNames, MapToSysfsNumbersOrAreRefused) {
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         int number = 0;
-        const std::string out = MotorTest::captured([&] { number = RK3588_GPIO(c.name); });
+        const std::string out = captured([&] { number = RK3588_GPIO(c.name); });
         EXPECT_EQ(number, c.number);
         if (c.message != nullptr) {
             EXPECT_EQ(out, c.message);

@@ -2,6 +2,8 @@
 // state. Helpers bring the driver up the way the service does and capture its messages.
 #pragma once
 
+#include "tests/support/captured_output.hpp"
+
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -60,23 +62,6 @@ protected:
         board().clear_register_writes();
         recorder().clear();
     }
-
-public:
-    // What the service printed while f ran.
-    template <class F>
-    static std::string captured(F&& f) {
-        fflush(stdout);
-        testing::internal::CaptureStdout();
-        f();
-        fflush(stdout);
-        return testing::internal::GetCapturedStdout();
-    }
-    template <class F>
-    static void quietly(F&& f) {
-        (void)captured(f);
-    }
-
-protected:
 
     twin::Board& board() { return *board_; }
     RecordingPlatform& recorder() { return *recorder_; }

@@ -3,6 +3,8 @@
 // service's messages.
 #pragma once
 
+#include "tests/support/captured_output.hpp"
+
 #include <gtest/gtest.h>
 
 #include <cstdio>
@@ -47,14 +49,6 @@ protected:
     }
     void TearDown() override { install_platform(nullptr); }
 
-    template <class F>
-    static std::string captured(F&& f) {
-        std::fflush(stdout);
-        testing::internal::CaptureStdout();
-        f();
-        std::fflush(stdout);
-        return testing::internal::GetCapturedStdout();
-    }
     // Runs f, keeps its messages in output_ and returns its result.
     template <class F>
     auto call(F&& f) {

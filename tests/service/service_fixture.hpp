@@ -3,6 +3,8 @@
 // messages.
 #pragma once
 
+#include "tests/support/captured_output.hpp"
+
 #include <gtest/gtest.h>
 
 #include <csignal>
@@ -82,15 +84,6 @@ protected:
                 static_cast<SelfStudyBlock*>(std::calloc(SELFSTUDY_BLOCKS, sizeof(SelfStudyBlock)));
         }
         ASSERT_NE(selfstudy_point, nullptr);
-    }
-
-    template <class F>
-    static std::string captured(F&& f) {
-        std::fflush(stdout);
-        testing::internal::CaptureStdout();
-        f();
-        std::fflush(stdout);
-        return testing::internal::GetCapturedStdout();
     }
 
     // Runs f with stdout captured into output_ and returns its result.
