@@ -5,8 +5,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "ipc/channel_layout.hpp"
-#include "zoomaf/app_pdaf.h"
+#include "channels/channel_layout.hpp"
+#include "zoomaf/service_state.h"
 #include "zoomaf/assist_info.h"
 
 VrelShareMan LaserMenManHandle{};
@@ -98,7 +98,7 @@ uint16_t GetCurrentLaserDistance(void) {
         std::printf("\r\nError:GetCurrentLaserDistance SemaphoreP failed!");
         return global_laser_distance;
     }
-    if (zoomaf::ipc::update_flag(channel.shm_addr) != 1) {
+    if (zoomaf::channels::update_flag(channel.shm_addr) != 1) {
         if (VrelSemaphoreV(&channel) != 0) {
             std::puts("Error:GetCurrentLaserDistance VrelSemaphoreV  failed!\r");
             return global_laser_distance;
@@ -110,7 +110,7 @@ uint16_t GetCurrentLaserDistance(void) {
     }
     uint16_t d = 0;
     std::memcpy(&d, channel.data_addr, sizeof d);
-    zoomaf::ipc::set_update_flag(channel.shm_addr, 0);
+    zoomaf::channels::set_update_flag(channel.shm_addr, 0);
     if (VrelSemaphoreV(&channel) != 0) {
         std::puts("Error:GetCurrentLaserDistance VrelSemaphoreV  failed!\r");
         return global_laser_distance;

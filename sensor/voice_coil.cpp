@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "zoomaf/app_pdaf.h"
+#include "zoomaf/service_state.h"
 #include "zoomaf/imx586.h"
 
 namespace {

@@ -1,7 +1,7 @@
 // The locks of the focus service: the service lock, the laser lock and the two byte spin
 // counters of the PTZ and self-study writers.
 #include "platform/platform.hpp"
-#include "zoomaf/app_pdaf.h"
+#include "zoomaf/service_state.h"
 
 pthread_mutex_t motro_safe_lock = PTHREAD_MUTEX_INITIALIZER;
 pthread_mutex_t laser_safe_lock = PTHREAD_MUTEX_INITIALIZER;
@@ -13,8 +13,7 @@ int8_t laser_lock = 0;
 namespace {
 
 // While the counter is above 0, sleep and look again; then add 1. The look and the add are
-// two steps, as they always were: the counters order cooperative writers, they do not
-// exclude them.
+// two steps on purpose: the counters order cooperative writers, they do not exclude them.
 int spin_take(std::atomic<int8_t>& counter, uint64_t pause_ns) {
     while (counter.load(std::memory_order_relaxed) > 0) zoomaf::platform().sleep_ns(pause_ns);
     const int8_t taken = static_cast<int8_t>(counter.load(std::memory_order_relaxed) + 1);

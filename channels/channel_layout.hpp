@@ -1,6 +1,7 @@
 // The channel table, keys and segment layout of the assist channels for C++ code: the
-// service's channel code, the zoomaf-shm tool and the twin's publishers. Header-only, so that
-// the twin uses the very same definitions without linking the service.
+// service's channel code (ipc/), the zoomaf-shm tool and the twin's publishers. Header-only
+// and at the bottom of the layers, so that the twin uses the very same definitions as the
+// service without depending on it.
 #pragma once
 
 #include <sys/types.h>
@@ -16,7 +17,7 @@
 #include <sanitizer/tsan_interface.h>
 #endif
 
-namespace zoomaf::ipc {
+namespace zoomaf::channels {
 
 inline constexpr std::array<int32_t, VREL_CHANNEL_COUNT> kChannelLengths = VREL_CHANNEL_LENGTHS;
 
@@ -78,4 +79,4 @@ inline void semaphore_giving([[maybe_unused]] int sem_id) {
 #endif
 }
 
-}  // namespace zoomaf::ipc
+}  // namespace zoomaf::channels

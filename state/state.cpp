@@ -1,5 +1,5 @@
 // The shared state of the focus service, valid from load time with its initial values.
-#include "zoomaf/app_pdaf.h"
+#include "zoomaf/service_state.h"
 
 std::atomic<int32_t> current_focus_mode{PDAF_CENTER_MODE};
 int32_t cur_day_night_mode = 0;
@@ -24,3 +24,5 @@ int32_t current_multiple_index = 0;
 std::atomic<int32_t> zoom_running_flag{0};
 std::atomic<int32_t> onoff{0};
 std::atomic<int32_t> init_motor_status{0};
+uint8_t focus_area[8] = {0, 0, 0, 0, 0, 0, 0, 0};
+int32_t pd_calibration_value = 0;
