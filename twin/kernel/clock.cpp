@@ -1,9 +1,9 @@
-#include "twin/clock.hpp"
+#include "twin/kernel/clock.hpp"
 
 #include <cmath>
 #include <stdexcept>
 
-#include "twin/random.hpp"
+#include "twin/kernel/random.hpp"
 
 namespace zoomaf::twin {
 

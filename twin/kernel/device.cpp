@@ -1,4 +1,4 @@
-#include "twin/device.hpp"
+#include "twin/kernel/device.hpp"
 
 #include <cerrno>
 #include <stdexcept>
@@ -19,10 +19,6 @@ void DeviceTable::add(const std::string& path, std::shared_ptr<DeviceNode> node)
     if (!nodes_.emplace(path, std::move(node)).second) {
         throw std::logic_error("twin: two device nodes at " + path);
     }
-}
-
-void DeviceTable::remove(const std::string& path) {
-    nodes_.erase(path);
 }
 
 DeviceNode* DeviceTable::find(const std::string& path) const {

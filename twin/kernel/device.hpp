@@ -12,9 +12,28 @@
 #include <cstddef>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 
+#include "twin/kernel/clock.hpp"
+#include "twin/kernel/faults.hpp"
+
 namespace zoomaf::twin {
+
+// What an emulated device may use of the kernel: the clock, the log of the faults the
+// hardware records and the fault hook. Devices are called under the kernel mutex and never
+// call the kernel themselves.
+struct DeviceContext {
+    const Clock& clock;
+    FaultLog& recorded;
+    FaultInjector& injected;
+
+    // The fault hook of an object: the errno of an injected fault for this call, or nothing
+    // to let the call through to the model.
+    std::optional<int> fault(FaultRule::Op op, const std::string& target, int reg = -1) const {
+        return injected.check(op, target, reg, clock.now_ns());
+    }
+};
 
 class OpenFile {
 public:
@@ -40,7 +59,6 @@ public:
     // Adds a node at an absolute, normalised path. Throws std::logic_error if the path is
     // taken: two devices at one path is a wiring mistake of the board.
     void add(const std::string& path, std::shared_ptr<DeviceNode> node);
-    void remove(const std::string& path);
     // The node at path, or nullptr.
     DeviceNode* find(const std::string& path) const;
     // True when path is a directory that holds a node somewhere below it.

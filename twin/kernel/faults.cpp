@@ -1,47 +1,55 @@
-#include "twin/faults.hpp"
+#include "twin/kernel/faults.hpp"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <stdexcept>
 
+#include "twin/kernel/clock.hpp"
+
 namespace zoomaf::twin {
 
 const char* op_name(FaultRule::Op op) {
+    using Op = FaultRule::Op;
     switch (op) {
-        case FaultRule::Op::open:
-            return "open";
-        case FaultRule::Op::read:
-            return "read";
-        case FaultRule::Op::write:
-            return "write";
-        case FaultRule::Op::ioctl:
-            return "ioctl";
-        case FaultRule::Op::fopen:
-            return "fopen";
-        case FaultRule::Op::access:
-            return "access";
-        case FaultRule::Op::readback:
-            return "readback";
-        case FaultRule::Op::sleep:
-            return "sleep";
-        case FaultRule::Op::rename:
-            return "rename";
-        case FaultRule::Op::fsync:
-            return "fsync";
+        case Op::open: return "open";
+        case Op::read: return "read";
+        case Op::write: return "write";
+        case Op::ioctl: return "ioctl";
+        case Op::fsync: return "fsync";
+        case Op::fopen: return "fopen";
+        case Op::access: return "access";
+        case Op::rename: return "rename";
+        case Op::sleep: return "sleep";
+        case Op::readback: return "readback";
+        case Op::transfer: return "transfer";
+        case Op::shmget: return "shmget";
+        case Op::shmat: return "shmat";
+        case Op::semget: return "semget";
+        case Op::semctl: return "semctl";
+        case Op::semop: return "semop";
     }
     return "?";
 }
 
+std::string i2c_device_name(int bus, int addr) {
+    char name[32];
+    std::snprintf(name, sizeof name, "/dev/i2c-%d 0x%02X", bus, static_cast<unsigned>(addr));
+    return name;
+}
+
+std::string ipc_object_name(key_t key) {
+    char name[32];
+    std::snprintf(name, sizeof name, "IPC key 0x%X", static_cast<unsigned>(key));
+    return name;
+}
+
 const char* fault_kind_name(FaultKind kind) {
     switch (kind) {
-        case FaultKind::timing:
-            return "timing";
-        case FaultKind::chip_not_selected:
-            return "chip not selected";
-        case FaultKind::frame_length:
-            return "frame length";
-        case FaultKind::i2c_misuse:
-            return "I2C misuse";
+        case FaultKind::timing: return "timing";
+        case FaultKind::chip_not_selected: return "chip not selected";
+        case FaultKind::frame_length: return "frame length";
+        case FaultKind::i2c_misuse: return "I2C misuse";
     }
     return "?";
 }
@@ -63,8 +71,8 @@ void FaultInjector::inject(FaultRule rule) {
     rules_.push_back(ActiveRule{std::move(rule), skip, count});
 }
 
-bool FaultInjector::matches(const FaultRule& rule, FaultRule::Op op, const std::string& path,
-                            int reg) const {
+bool FaultInjector::matches(const FaultRule& rule, FaultRule::Op op, const std::string& target,
+                            int reg) {
     if (rule.op != op) return false;
     switch (op) {
         case FaultRule::Op::sleep:
@@ -72,14 +80,14 @@ bool FaultInjector::matches(const FaultRule& rule, FaultRule::Op op, const std::
         case FaultRule::Op::readback:
             return rule.reg == -1 || rule.reg == reg;
         default:
-            return rule.path.empty() || rule.path == path;
+            return rule.target.empty() || rule.target == target;
     }
 }
 
-std::optional<int> FaultInjector::check(FaultRule::Op op, const std::string& path, int reg,
+std::optional<int> FaultInjector::check(FaultRule::Op op, const std::string& target, int reg,
                                         uint64_t now_ns) {
     for (auto& active : rules_) {
-        if (active.count_left == 0 || !matches(active.rule, op, path, reg)) continue;
+        if (active.count_left == 0 || !matches(active.rule, op, target, reg)) continue;
         if (active.skip_left > 0) {
             --active.skip_left;
             continue;
@@ -88,15 +96,14 @@ std::optional<int> FaultInjector::check(FaultRule::Op op, const std::string& pat
         if (active.rule.rate < 1.0 && !(random_.unit() < active.rule.rate)) continue;
         if (active.count_left > 0) --active.count_left;
 
-        char line[256];
-        std::string where = path;
+        std::string where = target;
         if (op == FaultRule::Op::readback) {
-            char name[32];
-            std::snprintf(name, sizeof name, "register 0x%02X", static_cast<unsigned>(reg));
+            char name[48];
+            std::snprintf(name, sizeof name, "%s register 0x%02X", target.c_str(),
+                          static_cast<unsigned>(reg));
             where = name;
-        } else if (op == FaultRule::Op::sleep) {
-            where = "sleep";
         }
+        char line[320];
         std::snprintf(line, sizeof line, "%llu.%09llu: injected %s fault on %s: %s",
                       static_cast<unsigned long long>(now_ns / 1000000000ull),
                       static_cast<unsigned long long>(now_ns % 1000000000ull), op_name(op),
@@ -105,6 +112,15 @@ std::optional<int> FaultInjector::check(FaultRule::Op op, const std::string& pat
         return active.rule.error;
     }
     return std::nullopt;
+}
+
+void FaultLog::record(FaultKind kind, std::string text) {
+    faults_.push_back(RecordedFault{kind, clock_.now_ns(), std::move(text)});
+}
+
+size_t FaultLog::count(FaultKind kind) const {
+    return static_cast<size_t>(std::count_if(faults_.begin(), faults_.end(),
+                                             [kind](const RecordedFault& f) { return f.kind == kind; }));
 }
 
 }  // namespace zoomaf::twin

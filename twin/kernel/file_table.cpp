@@ -1,4 +1,4 @@
-#include "twin/file_table.hpp"
+#include "twin/kernel/file_table.hpp"
 
 #include <fcntl.h>
 

@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "twin/device.hpp"
+#include "twin/kernel/device.hpp"
 
 namespace zoomaf::twin {
 

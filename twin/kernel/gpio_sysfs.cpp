@@ -1,8 +1,8 @@
-#include "twin/gpio_sysfs.hpp"
+#include "twin/kernel/gpio_sysfs.hpp"
 
 #include <cerrno>
 
-#include "twin/sysfs_attribute.hpp"
+#include "twin/kernel/sysfs_attribute.hpp"
 
 namespace zoomaf::twin {
 
@@ -10,9 +10,6 @@ GpioBank::GpioBank(DeviceTable& devices, const Clock& clock) : devices_(devices)
     devices_.add(std::string(kRoot) + "/export",
                  std::make_shared<SysfsAttribute>(
                      nullptr, [this](std::string_view w) { return store_export(w); }));
-    devices_.add(std::string(kRoot) + "/unexport",
-                 std::make_shared<SysfsAttribute>(
-                     nullptr, [this](std::string_view w) { return store_unexport(w); }));
 }
 
 std::string GpioBank::line_path(int line, const char* file) const {
@@ -37,64 +34,34 @@ int GpioBank::store_export(std::string_view written) {
     return 0;
 }
 
-int GpioBank::store_unexport(std::string_view written) {
-    const int line = parse_line(written);
-    if (line < 0 || !lines_[line].exported) return EINVAL;
-    Line& l = lines_[line];
-    l.exported = false;
-    l.active_low = false;  // the kernel drops the polarity flag when the line is freed
-    for (const char* file : {"direction", "active_low", "value"}) {
-        devices_.remove(line_path(line, file));
-    }
-    return 0;
-}
-
 void GpioBank::add_line_files(int line) {
-    // Each handler checks the line is still exported: a file opened before an unexport
-    // answers ENODEV afterwards, as the kernel's does.
-    auto show_direction = [this, line](std::string& text) {
-        if (!lines_[line].exported) return ENODEV;
-        text = lines_[line].out ? "out\n" : "in\n";
+    Line& l = lines_[line];
+    auto show_direction = [&l](std::string& text) {
+        text = l.out ? "out\n" : "in\n";
         return 0;
     };
-    auto store_direction = [this, line](std::string_view written) {
-        Line& l = lines_[line];
-        if (!l.exported) return ENODEV;
+    auto store_direction = [this, &l, line](std::string_view written) {
         const std::string_view token = sysfs_token(written);
-        if (token == "in") {
-            l.out = false;
-        } else if (token == "out") {
-            l.out = true;
-        } else if (token == "high" || token == "low") {  // output with a physical level
-            l.out = true;
-            l.out_level = token == "high" ? 1 : 0;
-        } else {
-            return EINVAL;
-        }
+        if (token != "in" && token != "out") return EINVAL;
+        l.out = token == "out";
         update_physical(line);
         return 0;
     };
-    auto show_active_low = [this, line](std::string& text) {
-        if (!lines_[line].exported) return ENODEV;
-        text = lines_[line].active_low ? "1\n" : "0\n";
+    auto show_active_low = [&l](std::string& text) {
+        text = l.active_low ? "1\n" : "0\n";
         return 0;
     };
-    auto store_active_low = [this, line](std::string_view written) {
-        if (!lines_[line].exported) return ENODEV;
+    auto store_active_low = [&l](std::string_view written) {
         long value = 0;
         if (!parse_sysfs_long(written, value)) return EINVAL;
-        lines_[line].active_low = value != 0;
+        l.active_low = value != 0;
         return 0;
     };
-    auto show_value = [this, line](std::string& text) {
-        const Line& l = lines_[line];
-        if (!l.exported) return ENODEV;
+    auto show_value = [&l](std::string& text) {
         text = (l.physical ^ (l.active_low ? 1 : 0)) != 0 ? "1\n" : "0\n";
         return 0;
     };
-    auto store_value = [this, line](std::string_view written) {
-        Line& l = lines_[line];
-        if (!l.exported) return ENODEV;
+    auto store_value = [this, &l, line](std::string_view written) {
         if (!l.out) return EPERM;
         long value = 0;
         if (!parse_sysfs_long(written, value)) return EINVAL;

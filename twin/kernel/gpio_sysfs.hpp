@@ -1,7 +1,8 @@
 // The board's GPIO lines and their sysfs interface under /sys/class/gpio, with the kernel's
-// semantics: writing a line number to export creates gpioN/ with direction, active_low and
-// value; files of a line that is not exported do not exist; value reads the logical level
-// (physical XOR active_low) and writes it on outputs only; new lines are inputs.
+// semantics: writing a line number to export creates gpioN/ with direction ("in" or "out"),
+// active_low and value; files of a line that is not exported do not exist; value reads the
+// logical level (physical XOR active_low) and writes it on outputs only; new lines are
+// inputs. The service never gives a line back, so unexport is not emulated.
 //
 // An output's physical level is what was written; an input's comes from the device wired
 // to it (drive_input). Every change of a physical level is recorded with the board time and
@@ -15,8 +16,8 @@
 #include <string_view>
 #include <vector>
 
-#include "twin/clock.hpp"
-#include "twin/device.hpp"
+#include "twin/kernel/clock.hpp"
+#include "twin/kernel/device.hpp"
 
 namespace zoomaf::twin {
 
@@ -32,7 +33,7 @@ public:
 
     using Listener = std::function<void(int line, int level)>;
 
-    // Registers export and unexport in devices; gpioN/ files come and go with export.
+    // Registers export in devices; gpioN/ files come with export.
     GpioBank(DeviceTable& devices, const Clock& clock);
     GpioBank(const GpioBank&) = delete;
     GpioBank& operator=(const GpioBank&) = delete;
@@ -63,7 +64,6 @@ private:
     };
 
     int store_export(std::string_view written);
-    int store_unexport(std::string_view written);
     void add_line_files(int line);
     std::string line_path(int line, const char* file) const;
     void update_physical(int line);

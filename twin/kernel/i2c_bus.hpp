@@ -9,9 +9,10 @@
 // before a NAK have reached their devices, but, as in the kernel, no read data is copied
 // back from a transfer that failed.
 //
-// Each open file also has the address that I2C_SLAVE / I2C_SLAVE_FORCE select, for plain
-// read and write, and I2C_FUNCS reports plain I2C. SMBus (I2C_SMBUS), I2C_TENBIT and
-// I2C_PEC are not emulated (ENOTTY).
+// The service makes every access with I2C_RDWR, so that is the one request emulated: plain
+// read and write (and the I2C_SLAVE address they need) fail with EINVAL, every other
+// request with ENOTTY. Each device's fault hook (FaultRule::Op::transfer, target
+// i2c_device_name(bus, addr)) can make it not acknowledge its address.
 #pragma once
 
 #include <linux/i2c.h>
@@ -23,9 +24,9 @@
 #include <string>
 #include <vector>
 
-#include "twin/clock.hpp"
-#include "twin/device.hpp"
-#include "twin/i2c_device.hpp"
+#include "twin/kernel/clock.hpp"
+#include "twin/kernel/device.hpp"
+#include "twin/kernel/i2c_device.hpp"
 
 namespace zoomaf::twin {
 
@@ -36,7 +37,7 @@ struct I2cMessageRecord {
     std::vector<uint8_t> data;  // the bytes written, or the bytes the device returned
 };
 
-// One transfer on the wire: an I2C_RDWR, or a plain read or write of an open file.
+// One transfer on the wire: an I2C_RDWR.
 struct I2cTransferRecord {
     uint64_t time_ns;                        // board monotonic time
     std::vector<I2cMessageRecord> messages;  // up to and including a NAKed one
@@ -50,7 +51,7 @@ public:
     static constexpr int kFirstAddress = 0x08;         // 0x00..0x07 and 0x78..0x7F are
     static constexpr int kLastAddress = 0x77;          // reserved by the I2C standard
 
-    I2cBus(int number, const Clock& clock) : number_(number), clock_(clock) {}
+    I2cBus(int number, const DeviceContext& context) : number_(number), context_(context) {}
     static std::string path(int number);
     int number() const { return number_; }
 
@@ -59,12 +60,6 @@ public:
     // Routing table. attach throws std::logic_error when the address is taken and
     // std::invalid_argument outside kFirstAddress..kLastAddress or for a null device.
     void attach(int addr, std::shared_ptr<I2cDevice> device);
-    // A device that is absent does not acknowledge its address (its transfers fail with
-    // ENXIO); it keeps its state. Throws std::out_of_range when no device is at addr.
-    void set_present(int addr, bool present);
-    // The device at addr, or nullptr.
-    I2cDevice* device(int addr) const;
-    std::vector<const I2cDevice*> devices() const;
 
     // Runs a combined transfer; returns the number of messages, or -1 with errno set.
     int transfer(std::span<const i2c_msg> messages);
@@ -73,14 +68,9 @@ public:
     void clear_transfers() { transfers_.clear(); }
 
 private:
-    struct Slot {
-        std::shared_ptr<I2cDevice> device;
-        bool present = true;
-    };
-
     int number_;
-    const Clock& clock_;
-    std::map<int, Slot> slots_;
+    const DeviceContext& context_;
+    std::map<int, std::shared_ptr<I2cDevice>> devices_;
     std::vector<I2cTransferRecord> transfers_;
 };
 

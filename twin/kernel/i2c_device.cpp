@@ -1,4 +1,4 @@
-#include "twin/i2c_device.hpp"
+#include "twin/kernel/i2c_device.hpp"
 
 #include <cstdarg>
 #include <cstdio>
@@ -12,11 +12,11 @@ void I2cDevice::record_misuse(const char* format, ...) {
     va_start(args, format);
     std::vsnprintf(text, sizeof text, format, args);
     va_end(args);
-    faults_.push_back(RecordedFault{FaultKind::i2c_misuse, clock_.now_ns(), name_ + ": " + text});
+    context_.recorded.record(FaultKind::i2c_misuse, name_ + ": " + text);
 }
 
-RegisterFile16::RegisterFile16(std::string name, size_t size, const Clock& clock)
-    : I2cDevice(std::move(name), clock) {
+RegisterFile16::RegisterFile16(std::string name, size_t size, const DeviceContext& context)
+    : I2cDevice(std::move(name), context) {
     if (size == 0 || size > 0x10000 || (size & (size - 1)) != 0) {
         throw std::invalid_argument("twin I2C device: register file size must be a power of two");
     }

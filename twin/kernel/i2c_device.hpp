@@ -9,7 +9,7 @@
 // from the pointer. The pointer moves on by one per byte and rolls over at the end of the
 // register file, as in the memory chips. Misuse the chip would not refuse but that shows a
 // bug in the service (an incomplete address, a register that does not exist or does not
-// take writes) is recorded as a fault the tests read.
+// take writes) is recorded in the board's fault log.
 //
 // Devices are called under the board mutex, like every device node.
 #pragma once
@@ -21,14 +21,14 @@
 #include <string>
 #include <vector>
 
-#include "twin/clock.hpp"
-#include "twin/faults.hpp"
+#include "twin/kernel/device.hpp"
 
 namespace zoomaf::twin {
 
 class I2cDevice {
 public:
-    I2cDevice(std::string name, const Clock& clock) : name_(std::move(name)), clock_(clock) {}
+    I2cDevice(std::string name, const DeviceContext& context)
+        : name_(std::move(name)), context_(context) {}
     virtual ~I2cDevice() = default;
     I2cDevice(const I2cDevice&) = delete;
     I2cDevice& operator=(const I2cDevice&) = delete;
@@ -39,17 +39,15 @@ public:
     virtual void transmit(std::span<uint8_t> bytes) = 0;
 
     const std::string& name() const { return name_; }
-    // Misuse the device noticed, oldest first.
-    const std::vector<RecordedFault>& faults() const { return faults_; }
 
 protected:
-    uint64_t now_ns() const { return clock_.now_ns(); }
+    uint64_t now_ns() const { return context_.clock.now_ns(); }
+    // Records misuse in the board's fault log, prefixed with the device's name.
     void record_misuse(const char* format, ...) __attribute__((format(printf, 2, 3)));
 
 private:
     std::string name_;
-    const Clock& clock_;
-    std::vector<RecordedFault> faults_;
+    const DeviceContext& context_;
 };
 
 struct I2cRegisterWrite {
@@ -64,7 +62,7 @@ public:
 
     // size: bytes in the register file, a power of two up to 0x10000. Address bits above it
     // are ignored by the chip (the address aliases), which is recorded as misuse.
-    RegisterFile16(std::string name, size_t size, const Clock& clock);
+    RegisterFile16(std::string name, size_t size, const DeviceContext& context);
 
     void receive(std::span<const uint8_t> bytes) override;
     void transmit(std::span<uint8_t> bytes) override;

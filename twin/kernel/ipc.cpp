@@ -1,11 +1,11 @@
-#include "twin/ipc.hpp"
+#include "twin/kernel/ipc.hpp"
 
 #include <sys/shm.h>
 #include <unistd.h>
 
 #include <atomic>
 
-#include "twin/random.hpp"
+#include "twin/kernel/random.hpp"
 
 namespace zoomaf::twin {
 
@@ -31,8 +31,8 @@ SysvIpc::SysvIpc(uint64_t seed) {
 
 SysvIpc::~SysvIpc() {
     for (const void* addr : attachments_) ::shmdt(addr);
-    for (int id : segments_) ::shmctl(id, IPC_RMID, nullptr);
-    for (int id : semaphore_sets_) ::semctl(id, 0, IPC_RMID);
+    for (const auto& [id, key] : segments_) ::shmctl(id, IPC_RMID, nullptr);
+    for (const auto& [id, key] : semaphore_sets_) ::semctl(id, 0, IPC_RMID);
 }
 
 key_t SysvIpc::salted_key(key_t key) const {
@@ -45,7 +45,7 @@ key_t SysvIpc::salted_key(key_t key) const {
 
 int SysvIpc::shmget(key_t key, size_t size, int flags) {
     const int id = ::shmget(salted_key(key), size, flags);
-    if (id >= 0) segments_.insert(id);
+    if (id >= 0) segments_.emplace(id, key);
     return id;
 }
 
@@ -57,7 +57,7 @@ void* SysvIpc::shmat(int id, const void* addr, int flags) {
 
 int SysvIpc::semget(key_t key, int nsems, int flags) {
     const int id = ::semget(salted_key(key), nsems, flags);
-    if (id >= 0) semaphore_sets_.insert(id);
+    if (id >= 0) semaphore_sets_.emplace(id, key);
     return id;
 }
 
@@ -75,6 +75,16 @@ int SysvIpc::semctl(int id, int num, int cmd, int arg) {
 
 int SysvIpc::semop(int id, sembuf* ops, size_t nops) {
     return ::semop(id, ops, nops);
+}
+
+key_t SysvIpc::segment_key(int id) const {
+    const auto it = segments_.find(id);
+    return it == segments_.end() ? IPC_PRIVATE : it->second;
+}
+
+key_t SysvIpc::semaphore_key(int id) const {
+    const auto it = semaphore_sets_.find(id);
+    return it == semaphore_sets_.end() ? IPC_PRIVATE : it->second;
 }
 
 }  // namespace zoomaf::twin

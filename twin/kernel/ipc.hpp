@@ -8,6 +8,7 @@
 #include <sys/sem.h>
 
 #include <cstdint>
+#include <map>
 #include <set>
 
 namespace zoomaf::twin {
@@ -32,11 +33,17 @@ public:
 
     uint32_t salt() const { return salt_; }
 
+    // The key (as the caller named it, unsalted) a segment or semaphore set was got by on this
+    // board, or IPC_PRIVATE for an id it does not know: what the fault hook of a call on an
+    // id is looked up by.
+    key_t segment_key(int id) const;
+    key_t semaphore_key(int id) const;
+
 private:
     uint32_t salt_;
-    std::set<int> segments_;
+    std::map<int, key_t> segments_;  // created or opened here, by id
     std::set<const void*> attachments_;
-    std::set<int> semaphore_sets_;
+    std::map<int, key_t> semaphore_sets_;
 };
 
 }  // namespace zoomaf::twin

@@ -1,4 +1,4 @@
-#include "twin/periodic_events.hpp"
+#include "twin/kernel/periodic_events.hpp"
 
 #include <algorithm>
 #include <stdexcept>

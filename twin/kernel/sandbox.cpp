@@ -1,4 +1,4 @@
-#include "twin/sandbox.hpp"
+#include "twin/kernel/sandbox.hpp"
 
 #include <fcntl.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-#include "twin/spidev.hpp"
+#include "twin/kernel/spidev.hpp"
 
 #include <linux/spi/spidev.h>
 #include <sys/ioctl.h>
@@ -70,26 +70,10 @@ int SpiDevice::ioctl(unsigned long request, void* arg) {
         return transfer(arg, size / sizeof(spi_ioc_transfer));
     }
     switch (request) {
-        case SPI_IOC_WR_MODE: {
-            uint8_t mode = 0;
-            if (read_arg(arg, mode) != 0) return -1;
-            mode_ = (mode_ & ~0xFFu) | mode;
-            return 0;
-        }
-        case SPI_IOC_RD_MODE:
-            return write_arg(arg, static_cast<uint8_t>(mode_ & 0xFFu));
         case SPI_IOC_WR_MODE32:
             return read_arg(arg, mode_);
         case SPI_IOC_RD_MODE32:
             return write_arg(arg, mode_);
-        case SPI_IOC_WR_LSB_FIRST: {
-            uint8_t lsb_first = 0;
-            if (read_arg(arg, lsb_first) != 0) return -1;
-            mode_ = lsb_first != 0 ? mode_ | SPI_LSB_FIRST : mode_ & ~uint32_t{SPI_LSB_FIRST};
-            return 0;
-        }
-        case SPI_IOC_RD_LSB_FIRST:
-            return write_arg(arg, static_cast<uint8_t>((mode_ & SPI_LSB_FIRST) != 0 ? 1 : 0));
         case SPI_IOC_WR_BITS_PER_WORD:
             return read_arg(arg, bits_per_word_);
         case SPI_IOC_RD_BITS_PER_WORD:
@@ -120,7 +104,7 @@ int SpiDevice::transfer(const void* arg, size_t count) {
         if (!lsb_first) {
             for (uint8_t& byte : wire_tx) byte = reverse_bits(byte);
         }
-        bus_(wire_tx, wire_rx);
+        if (bus_) bus_(wire_tx, wire_rx);
         if (!lsb_first) {
             for (uint8_t& byte : wire_rx) byte = reverse_bits(byte);
         }

@@ -1,9 +1,10 @@
-// /dev/spidev1.0, the SPI controller as user space sees it: mode, bits per word and maximum
-// speed are stored and read back by their ioctls, and SPI_IOC_MESSAGE(N) takes the kernel's
-// own struct spi_ioc_transfer array. Each transfer is one frame handed to the device on the
-// bus. The device on this bus is LSB-first: when the mode lacks SPI_LSB_FIRST the
-// controller shifts MSB-first, so the device sees every byte bit-reversed and its answer
-// comes back bit-reversed too.
+// /dev/spidev1.0, the SPI controller as user space sees it: the 32-bit mode, bits per word
+// and maximum speed are stored and read back by their ioctls (the requests the motor driver
+// makes), and SPI_IOC_MESSAGE(N) takes the kernel's own struct spi_ioc_transfer array. Each
+// transfer is one frame handed to the device connected to the bus (none: the frame goes
+// nowhere and reads zeros). The device on this bus is LSB-first: when the mode lacks
+// SPI_LSB_FIRST the controller shifts MSB-first, so the device sees every byte bit-reversed
+// and its answer comes back bit-reversed too.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +12,7 @@
 #include <memory>
 #include <span>
 
-#include "twin/device.hpp"
+#include "twin/kernel/device.hpp"
 
 namespace zoomaf::twin {
 
@@ -23,8 +24,9 @@ public:
     // has the size of tx.
     using Bus = std::function<void(std::span<const uint8_t> tx, std::span<uint8_t> rx)>;
 
-    explicit SpiDevice(Bus bus) : bus_(std::move(bus)) {}
     std::unique_ptr<OpenFile> open(int flags) override;
+    // Wires the device on the bus (the camera module does, for the driver chip).
+    void connect(Bus bus) { bus_ = std::move(bus); }
 
     // Settings of the controller, shared by every open file as in the kernel.
     uint32_t mode() const { return mode_; }

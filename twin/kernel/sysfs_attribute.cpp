@@ -1,4 +1,4 @@
-#include "twin/sysfs_attribute.hpp"
+#include "twin/kernel/sysfs_attribute.hpp"
 
 #include <cerrno>
 #include <charconv>
@@ -10,8 +10,6 @@ namespace {
 
 class SysfsAttributeFile final : public OpenFile {
 public:
-    // The handlers are copied: an open file outlives the node when a line is unexported
-    // under it, and then its handlers report the line gone.
     SysfsAttributeFile(SysfsAttribute::Show show, SysfsAttribute::Store store)
         : show_(std::move(show)), store_(std::move(store)) {}
 

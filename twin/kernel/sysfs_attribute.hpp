@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "twin/device.hpp"
+#include "twin/kernel/device.hpp"
 
 namespace zoomaf::twin {
 

@@ -10,7 +10,7 @@
 
 namespace zoomaf::twin {
 
-class Board;
+class Kernel;
 
 class ChannelPublisher {
 public:
@@ -18,7 +18,7 @@ public:
     // camera does: whoever comes first creates the segment and a free semaphore, the others
     // join without touching the value. Throws std::invalid_argument on a channel outside
     // 0..33 and std::runtime_error when the board refuses the segment or the semaphore.
-    ChannelPublisher(Board& board, int memmode);
+    ChannelPublisher(Kernel& board, int memmode);
 
     // Copies payload (at most the channel's length; shorter payloads leave the rest as it
     // was) and sets the update flag to 1, holding the semaphore. Returns false, changing
@@ -31,7 +31,7 @@ public:
     const uint8_t* segment() const { return segment_; }
 
 private:
-    Board& board_;
+    Kernel& board_;
     int memmode_;
     int32_t length_;
     int sem_id_ = -1;

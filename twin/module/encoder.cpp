@@ -1,10 +1,10 @@
-#include "twin/encoder.hpp"
+#include "twin/module/encoder.hpp"
 
-#include "twin/board.hpp"
+#include "twin/kernel/kernel.hpp"
 
 namespace zoomaf::twin {
 
-Encoder::Encoder(Board& board, EncoderConfig config)
+Encoder::Encoder(Kernel& board, EncoderConfig config)
     : board_(board), channel_(board, VREL_FV_CHANNEL) {
     event_ = board_.add_periodic(config.frame_period_ns,
                                  [this](uint64_t now_ns) { encode_frame(now_ns); });

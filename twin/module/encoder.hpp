@@ -8,11 +8,11 @@
 #include <functional>
 #include <mutex>
 
-#include "twin/channel_publisher.hpp"
+#include "twin/module/channel_publisher.hpp"
 
 namespace zoomaf::twin {
 
-class Board;
+class Kernel;
 
 struct FocusValues {
     int64_t fv1 = 0;
@@ -31,7 +31,7 @@ public:
 
     // Opens channel 30 on the board and publishes from one frame period on. Must go before
     // the board does. Throws what ChannelPublisher throws.
-    explicit Encoder(Board& board, EncoderConfig config = {});
+    explicit Encoder(Kernel& board, EncoderConfig config = {});
     ~Encoder();
     Encoder(const Encoder&) = delete;
     Encoder& operator=(const Encoder&) = delete;
@@ -45,7 +45,7 @@ public:
 private:
     void encode_frame(uint64_t now_ns);
 
-    Board& board_;
+    Kernel& board_;
     ChannelPublisher channel_;
     mutable std::mutex mutex_;
     FocusValues fixed_{};

@@ -1,4 +1,4 @@
-#include "twin/imx586.hpp"
+#include "twin/module/imx586.hpp"
 
 #include <algorithm>
 #include <cstddef>
@@ -22,7 +22,7 @@ void check_index(int index, int count, const char* what) {
 
 }  // namespace
 
-Imx586::Imx586(const Clock& clock) : RegisterFile16("IMX586", 0x10000, clock) {
+Imx586::Imx586(const DeviceContext& context) : RegisterFile16("IMX586", 0x10000, context) {
     using A = Access;
     name_register(kGroupHold, "group hold", A::read_write);
     name_register(kGainHigh, "analogue gain bits 9..8", A::read_write);

@@ -26,8 +26,8 @@
 #include <span>
 #include <vector>
 
-#include "twin/clock.hpp"
-#include "twin/i2c_device.hpp"
+#include "twin/kernel/device.hpp"
+#include "twin/kernel/i2c_device.hpp"
 
 namespace zoomaf::twin {
 
@@ -66,7 +66,7 @@ public:
     static constexpr int kPdMax = 1023;
     static constexpr int kClMax = 2047;
 
-    explicit Imx586(const Clock& clock);
+    explicit Imx586(const DeviceContext& context);
 
     void receive(std::span<const uint8_t> bytes) override;
 

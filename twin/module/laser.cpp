@@ -1,8 +1,8 @@
-#include "twin/laser.hpp"
+#include "twin/module/laser.hpp"
 
 #include <stdexcept>
 
-#include "twin/board.hpp"
+#include "twin/kernel/kernel.hpp"
 
 namespace zoomaf::twin {
 
@@ -15,7 +15,7 @@ double checked_rate(double rate) {
 }
 }  // namespace
 
-Laser::Laser(Board& board, LaserConfig config)
+Laser::Laser(Kernel& board, LaserConfig config)
     : board_(board),
       channel_(board, VREL_LASER_CHANNEL),
       distance_(config.distance),

@@ -7,12 +7,12 @@
 #include <mutex>
 #include <optional>
 
-#include "twin/channel_publisher.hpp"
-#include "twin/random.hpp"
+#include "twin/module/channel_publisher.hpp"
+#include "twin/kernel/random.hpp"
 
 namespace zoomaf::twin {
 
-class Board;
+class Kernel;
 
 struct LaserConfig {
     uint64_t period_ns = 100'000'000;  // ten measurements a second
@@ -28,7 +28,7 @@ public:
     // Opens channel 12 on the board and measures from one period on. Must go before the
     // board does. Throws std::invalid_argument on a no-echo rate outside 0..1, and what
     // ChannelPublisher throws.
-    explicit Laser(Board& board, LaserConfig config = {});
+    explicit Laser(Kernel& board, LaserConfig config = {});
     ~Laser();
     Laser(const Laser&) = delete;
     Laser& operator=(const Laser&) = delete;
@@ -46,7 +46,7 @@ public:
 private:
     void measure(uint64_t now_ns);
 
-    Board& board_;
+    Kernel& board_;
     ChannelPublisher channel_;
     mutable std::mutex mutex_;
     uint16_t distance_;

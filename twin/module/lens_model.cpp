@@ -1,4 +1,4 @@
-#include "twin/lens_model.hpp"
+#include "twin/module/lens_model.hpp"
 
 #include <cmath>
 #include <cstddef>

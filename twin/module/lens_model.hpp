@@ -28,7 +28,7 @@ struct LensKnots {
     std::array<std::array<double, kLensZoomKnots>, kLensDistanceKnots> focus_steps;
 };
 
-extern const LensKnots kLensKnots;  // generated: twin/lens_model_data.cpp
+extern const LensKnots kLensKnots;  // generated: twin/module/lens_model_data.cpp
 
 // Subjects nearer than this are taken as at this distance (keeps 1/distance finite).
 inline constexpr double kLensNearestDistanceM = 0.1;

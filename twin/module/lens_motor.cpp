@@ -1,4 +1,4 @@
-#include "twin/lens_motor.hpp"
+#include "twin/module/lens_motor.hpp"
 
 #include <algorithm>
 #include <cstdlib>
@@ -19,6 +19,7 @@ int LensMotor::move(int delta) {
     steps_moved_ += static_cast<uint64_t>(std::abs(reached - position_));
     const int moved = reached - position_;
     position_ = reached;
+    if (on_moved_) on_moved_();
     return moved;
 }
 
@@ -28,6 +29,7 @@ void LensMotor::set_position(int position) {
                                 " beyond the end stops");
     }
     position_ = position;
+    if (on_moved_) on_moved_();
 }
 
 }  // namespace zoomaf::twin

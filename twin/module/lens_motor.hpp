@@ -1,8 +1,10 @@
 // One stepper motor of the lens: a position in driver steps between two mechanical end
-// stops. Pulses that would push it past an end stop are lost against the stop.
+// stops. Pulses that would push it past an end stop are lost against the stop. Whatever
+// senses the motor (its photo-interrupter) is told of every change of position.
 #pragma once
 
 #include <cstdint>
+#include <functional>
 
 namespace zoomaf::twin {
 
@@ -15,6 +17,9 @@ public:
     static constexpr int kFocusMin = -2574, kFocusMax = 3022;
 
     LensMotor(int min, int max, int start);
+
+    // Called after every change of position (a move or a placement).
+    void on_moved(std::function<void()> listener) { on_moved_ = std::move(listener); }
 
     // Moves by delta steps, stopping at the end stops; returns the steps actually moved.
     int move(int delta);
@@ -31,6 +36,7 @@ public:
 
 private:
     int min_, max_, position_;
+    std::function<void()> on_moved_;
     uint64_t steps_moved_ = 0;
     uint64_t clamped_pulses_ = 0;
 };

@@ -1,8 +1,8 @@
-#include "twin/module_calibration.hpp"
+#include "twin/module/module_calibration.hpp"
 
 #include <cmath>
 
-#include "twin/pd_conversion.hpp"
+#include "twin/module/pd_conversion.hpp"
 
 namespace zoomaf::twin {
 

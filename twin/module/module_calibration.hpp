@@ -6,7 +6,7 @@
 
 #include <cstdint>
 
-#include "twin/i2c_device.hpp"
+#include "twin/kernel/i2c_device.hpp"
 
 namespace zoomaf::twin {
 

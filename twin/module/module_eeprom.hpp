@@ -7,9 +7,9 @@
 
 #include <cstdint>
 
-#include "twin/clock.hpp"
-#include "twin/i2c_device.hpp"
-#include "twin/ms41908.hpp"
+#include "twin/kernel/device.hpp"
+#include "twin/kernel/i2c_device.hpp"
+#include "twin/module/ms41908.hpp"
 
 namespace zoomaf::twin {
 
@@ -23,7 +23,8 @@ public:
     static constexpr uint8_t kMotorIdMs41928 = 1;
     static constexpr uint8_t kMotorIdMs41908 = 2;
 
-    explicit ModuleEeprom(const Clock& clock) : RegisterFile16("module EEPROM", kSize, clock) {}
+    explicit ModuleEeprom(const DeviceContext& context)
+        : RegisterFile16("module EEPROM", kSize, context) {}
 
     // The motor id a module with this driver carries.
     static constexpr uint8_t motor_id_of(DriverType driver) {

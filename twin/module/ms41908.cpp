@@ -1,12 +1,13 @@
-#include "twin/ms41908.hpp"
+#include "twin/module/ms41908.hpp"
 
 #include <cstdarg>
 #include <cstdio>
 
 namespace zoomaf::twin {
 
-DriverChip::DriverChip(DriverType type, LensMotor& zoom, LensMotor& focus, const Clock& clock)
-    : type_(type), clock_(clock) {
+DriverChip::DriverChip(DriverType type, LensMotor& zoom, LensMotor& focus,
+                       const DeviceContext& context)
+    : type_(type), context_(context) {
     // MS41928 modules drive focus from AB and zoom from CD; MS41908 modules the reverse.
     const bool ab_is_zoom = type == DriverType::ms41908;
     channels_ = {Channel{"AB", 0x24, 0x25, ab_is_zoom ? &zoom : &focus, ab_is_zoom},
@@ -25,8 +26,7 @@ void DriverChip::record(FaultKind kind, const char* format, ...) {
     va_start(args, format);
     std::vsnprintf(text, sizeof text, format, args);
     va_end(args);
-    faults_.push_back(RecordedFault{kind, clock_.now_ns(), text});
-    if (kind == FaultKind::timing) ++timing_faults_;
+    context_.recorded.record(kind, std::string(kName) + ": " + text);
 }
 
 void DriverChip::frame(std::span<const uint8_t> tx, std::span<uint8_t> rx, bool selected) {
@@ -42,7 +42,7 @@ void DriverChip::frame(std::span<const uint8_t> tx, std::span<uint8_t> rx, bool 
     const int addr = tx[0] & (kRegisterCount - 1);
     if ((tx[0] & kReadBit) != 0) {
         uint16_t value = registers_[addr];
-        if (readback_fault_ && readback_fault_(addr)) value ^= 1u;
+        if (context_.fault(FaultRule::Op::readback, kName, addr)) value ^= 1u;
         rx[1] = static_cast<uint8_t>(value & 0xFFu);
         rx[2] = static_cast<uint8_t>(value >> 8);
         return;
@@ -51,7 +51,7 @@ void DriverChip::frame(std::span<const uint8_t> tx, std::span<uint8_t> rx, bool 
 }
 
 void DriverChip::write_register(int addr, uint16_t value) {
-    const uint64_t now = clock_.now_ns();
+    const uint64_t now = context_.clock.now_ns();
     for (const Channel& ch : channels_) {
         if ((addr == ch.psum_reg || addr == ch.intct_reg) && now < ch.busy_until_ns) {
             record(FaultKind::timing,
@@ -65,7 +65,7 @@ void DriverChip::write_register(int addr, uint16_t value) {
 }
 
 void DriverChip::vd_rising_edge() {
-    const uint64_t now = clock_.now_ns();
+    const uint64_t now = context_.clock.now_ns();
     ++vd_pulses_;
     for (const Channel& ch : channels_) {
         if (now < ch.busy_until_ns) {

@@ -6,18 +6,18 @@
 // is high. Motor face: two channels, AB (psum/direction 0x24, intct 0x25) and CD (0x29,
 // 0x2A); on each VD rising edge a channel with psum > 0 moves its motor by psum steps,
 // taking psum * intct * 24 / 27 MHz to send the pulses. The two module types wire the
-// channels to the motors the other way round.
+// channels to the motors the other way round. Misuse (a frame without chip select or not 3
+// bytes long, a pulse or channel write while pulses still run) goes to the board's fault
+// log; its fault hook (FaultRule::Op::readback) can corrupt a register's read-back.
 #pragma once
 
 #include <array>
 #include <cstdint>
-#include <functional>
 #include <span>
 #include <vector>
 
-#include "twin/clock.hpp"
-#include "twin/faults.hpp"
-#include "twin/lens_motor.hpp"
+#include "twin/kernel/device.hpp"
+#include "twin/module/lens_motor.hpp"
 
 namespace zoomaf::twin {
 
@@ -35,12 +35,9 @@ public:
     static constexpr int kReadBit = 0x40;
     static constexpr int kFrameLength = 3;
 
-    // Decides whether the read-back of a register is corrupted (an injected fault).
-    using ReadbackFault = std::function<bool(int reg)>;
+    static constexpr const char* kName = "driver chip";  // its fault hook's object name
 
-    DriverChip(DriverType type, LensMotor& zoom, LensMotor& focus, const Clock& clock);
-
-    void set_readback_fault(ReadbackFault hook) { readback_fault_ = std::move(hook); }
+    DriverChip(DriverType type, LensMotor& zoom, LensMotor& focus, const DeviceContext& context);
 
     // One SPI frame as it arrives on the wire; rx comes zeroed and is filled on a read.
     void frame(std::span<const uint8_t> tx, std::span<uint8_t> rx, bool selected);
@@ -53,8 +50,6 @@ public:
     const std::vector<RegisterWrite>& register_writes() const { return writes_; }
     void clear_register_writes() { writes_.clear(); }
     uint64_t vd_pulses() const { return vd_pulses_; }
-    const std::vector<RecordedFault>& faults() const { return faults_; }
-    uint64_t timing_faults() const { return timing_faults_; }
 
     // Time the chip takes to send psum pulses at interval count intct.
     static uint64_t pulse_time_ns(unsigned psum, unsigned intct);
@@ -73,13 +68,10 @@ private:
     void write_register(int addr, uint16_t value);
 
     DriverType type_;
-    const Clock& clock_;
+    const DeviceContext& context_;
     std::array<uint16_t, kRegisterCount> registers_{};
     std::array<Channel, 2> channels_;
-    ReadbackFault readback_fault_;
     std::vector<RegisterWrite> writes_;
-    std::vector<RecordedFault> faults_;
-    uint64_t timing_faults_ = 0;
     uint64_t vd_pulses_ = 0;
 };
 

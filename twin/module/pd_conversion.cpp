@@ -1,4 +1,4 @@
-#include "twin/pd_conversion.hpp"
+#include "twin/module/pd_conversion.hpp"
 
 #include <algorithm>
 #include <cstddef>

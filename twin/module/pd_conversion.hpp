@@ -32,7 +32,7 @@ struct PdConversionKnots {
     std::array<uint16_t, kPdKnots> calibrated_dcc;
 };
 
-extern const PdConversionKnots kPdConversionKnots;  // generated: twin/pd_conversion_data.cpp
+extern const PdConversionKnots kPdConversionKnots;  // generated: twin/module/pd_conversion_data.cpp
 
 // The true conversion at a point of the sensor: bilinear between the knots, the edge
 // knots' values held beyond the grid.

@@ -1,11 +1,11 @@
-#include "twin/sensor_id.hpp"
+#include "twin/module/sensor_id.hpp"
 
 #include <stdexcept>
 
 namespace zoomaf::twin {
 
-SensorIdRegisters::SensorIdRegisters(const Clock& clock)
-    : RegisterFile16("IMX586 identification", 0x10000, clock) {
+SensorIdRegisters::SensorIdRegisters(const DeviceContext& context)
+    : RegisterFile16("IMX586 identification", 0x10000, context) {
     using A = Access;
     name_register(kClockHigh, "external clock MHz", A::read_write);
     name_register(kClockLow, "external clock fraction", A::read_write);

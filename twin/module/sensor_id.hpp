@@ -13,8 +13,8 @@
 #include <map>
 #include <span>
 
-#include "twin/clock.hpp"
-#include "twin/i2c_device.hpp"
+#include "twin/kernel/device.hpp"
+#include "twin/kernel/i2c_device.hpp"
 
 namespace zoomaf::twin {
 
@@ -34,7 +34,7 @@ public:
     static constexpr uint64_t kOtpReadNs = 500'000;
     static constexpr uint8_t kStatusDone = 0x01;
 
-    explicit SensorIdRegisters(const Clock& clock);
+    explicit SensorIdRegisters(const DeviceContext& context);
 
     void transmit(std::span<uint8_t> bytes) override;
 

@@ -1,4 +1,4 @@
-#include "twin/voice_coil.hpp"
+#include "twin/module/voice_coil.hpp"
 
 namespace zoomaf::twin {
 

@@ -14,8 +14,8 @@
 #include <span>
 #include <vector>
 
-#include "twin/clock.hpp"
-#include "twin/i2c_device.hpp"
+#include "twin/kernel/device.hpp"
+#include "twin/kernel/i2c_device.hpp"
 
 namespace zoomaf::twin {
 
@@ -30,7 +30,8 @@ public:
         uint8_t value;
     };
 
-    explicit VoiceCoilDriver(const Clock& clock) : I2cDevice("voice-coil driver", clock) {}
+    explicit VoiceCoilDriver(const DeviceContext& context)
+        : I2cDevice("voice-coil driver", context) {}
 
     void receive(std::span<const uint8_t> bytes) override;
     void transmit(std::span<uint8_t> bytes) override;
