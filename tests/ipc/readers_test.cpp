@@ -1,18 +1,25 @@
-// The laser reader: the update-flag protocol, the range clamps by day and by night, the jump
-// filter, the fixed-distance override, and readers and writers at the same time (another
-// process publishing, the service's threads with the twin's laser; run under ThreadSanitizer).
+// The readers of the assist channels. The laser reader: the update-flag protocol, the range
+// clamps by day and by night, the jump filter, the fixed-distance override, and readers and
+// writers at the same time (another process publishing, the service's threads with the twin's
+// laser; run under ThreadSanitizer). The focus-value reader on channel 30, fed by the twin's
+// video encoder.
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
+#include <cstring>
 #include <optional>
 #include <thread>
 #include <vector>
 
-#include "channel_fixture.hpp"
+#include "channels/channel_layout.hpp"
 #include "gmock/gmock.h"
-#include "twin/channel_publisher.hpp"
-#include "twin/laser.hpp"
+#include "tests/support/twin_test.hpp"
+#include "twin/module/channel_publisher.hpp"
+#include "twin/module/encoder.hpp"
+#include "twin/module/laser.hpp"
+#include "zoomaf/app_pdaf.h"
+#include "zoomaf/assist_info.h"
 
 namespace zoomaf::test {
 namespace {
@@ -22,10 +29,10 @@ using ::testing::HasSubstr;
 #define GREEN "\033[31;42m"
 #define END "\033[0m"
 
-class LaserReader : public ChannelTest {
+class LaserReader : public TwinTest {
 protected:
     void SetUp() override {
-        ChannelTest::SetUp();
+        TwinTest::SetUp();
         init_out_ = captured([] { EXPECT_EQ(LaserShareMemeoryInit(), 0); });
         laser_.emplace(board(), VREL_LASER_CHANNEL);
     }
@@ -35,14 +42,12 @@ protected:
         EXPECT_TRUE(laser_->publish(&raw, sizeof raw));
         return read();
     }
-    uint16_t read() {
-        const Call reading = call(GetCurrentLaserDistance);
-        out_ = reading.out;
-        return static_cast<uint16_t>(reading.result);
-    }
+    uint16_t read() { return call(GetCurrentLaserDistance); }
+    static int semaphore_value(int sem_id) { return ::semctl(sem_id, 0, GETVAL); }
 
     std::optional<twin::ChannelPublisher> laser_;
-    std::string init_out_, out_;
+    std::string init_out_;
+    std::string& out_ = output_;
 };
 
 TEST_F(LaserReader, StartsOnChannelTwelveAndTakesEachMeasurementOnce) {
@@ -54,7 +59,7 @@ TEST_F(LaserReader, StartsOnChannelTwelveAndTakesEachMeasurementOnce) {
     EXPECT_EQ(measure_and_read(500), 500);
     EXPECT_EQ(out_,
               GREEN "get laser distance：500\r\n获取的雷达变动在范围内，更新值:500" END "\r\n");
-    EXPECT_EQ(ipc::update_flag(laser_->segment()), 0u) << "consumed";
+    EXPECT_EQ(channels::update_flag(laser_->segment()), 0u) << "consumed";
     EXPECT_EQ(read(), 500);
     EXPECT_EQ(out_, GREEN "共享内存雷达没更新，返回上次的值:500!" END "\r\n");
 }
@@ -145,7 +150,7 @@ TEST_F(LaserReader, WithoutItsSemaphoreReturnsTheLastDistanceAndKeepsTheFilterSt
     EXPECT_EQ(out_, "SemaphoreP failed\r\nError:GetCurrentLaserDistance SemaphoreP failed!");
     EXPECT_EQ(last_laser, 321);
     EXPECT_EQ(last_laster_cnt, 2);
-    EXPECT_EQ(ipc::update_flag(laser_->segment()), 1u);
+    EXPECT_EQ(channels::update_flag(laser_->segment()), 1u);
 
     LaserMenManHandle = VrelShareMan{};  // before start-up: no semaphore is touched
     EXPECT_EQ(read(), 321);
@@ -211,6 +216,51 @@ TEST_F(LaserReaderInParallel, ServiceThreadsAndTheTwinLaserShareTheChannel) {
     try_lock();
     EXPECT_EQ(read(), 1549) << "the loop followed the laser";
     unlock();
+}
+
+class FocusValueReader : public TwinTest {
+protected:
+    static constexpr uint64_t kFrameNs = 33'333'333;
+    int32_t consume(VrelFocusValues& record) {
+        return call([&] { return fv_publish_consume_encodered_data(&record); });
+    }
+};
+
+TEST_F(FocusValueReader, TakesEachFrameOnceAndFillsOnlyTheTwoValues) {
+    twin::Encoder encoder(board());
+    encoder.set_focus_values(123456789012LL, -42);
+    VrelFocusValues record{};
+    std::memset(record.reserved, 0x77, sizeof record.reserved);
+    EXPECT_NE(consume(record), 0) << "no frame encoded yet";
+    board().advance_ns(kFrameNs);
+    ASSERT_EQ(consume(record), 0);
+    EXPECT_EQ(record.fv1, 123456789012LL);
+    EXPECT_EQ(record.fv2, -42);
+    EXPECT_EQ(record.reserved[0], 0x77) << "callers may keep just the two values";
+    record.fv1 = 5;
+    EXPECT_NE(consume(record), 0) << "the same frame is not taken twice";
+    EXPECT_EQ(record.fv1, 5) << "and the record is left as it was";
+    // A source function follows the board's time.
+    encoder.set_source([](uint64_t now_ns) {
+        return twin::FocusValues{static_cast<int64_t>(now_ns / 1000), 8};
+    });
+    board().advance_ns(kFrameNs);
+    ASSERT_EQ(consume(record), 0);
+    EXPECT_EQ(record.fv1, static_cast<int64_t>(board().now_ns() / 1000));
+    EXPECT_EQ(fv_publish_consume_encodered_data(nullptr), -1);
+}
+
+TEST_F(FocusValueReader, AChannelThatCannotBeOpenedMeansNoValuesAndIsTriedAgain) {
+    board().inject({.op = twin::FaultRule::Op::shmat, .error = ENOMEM});
+    VrelFocusValues record{};
+    record.fv2 = 9;
+    EXPECT_NE(consume(record), 0);
+    EXPECT_EQ(record.fv2, 9);
+    twin::Encoder encoder(board());
+    encoder.set_focus_values(3, 4);
+    board().advance_ns(kFrameNs);
+    ASSERT_EQ(consume(record), 0);
+    EXPECT_EQ(record.fv2, 4);
 }
 
 }  // namespace

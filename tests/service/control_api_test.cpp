@@ -7,12 +7,14 @@
 #include <atomic>
 #include <chrono>
 #include <cmath>
+#include <cstring>
 #include <future>
 #include <thread>
 #include <tuple>
 
-#include "tests/service/service_fixture.hpp"
-#include "twin/imx586.hpp"
+#include "tests/support/twin_test.hpp"
+#include "zoomaf/app_pdaf.h"
+#include "zoomaf/lib_motor.h"
 
 namespace zoomaf::test {
 namespace {
@@ -21,15 +23,12 @@ using ::testing::HasSubstr;
 using ::testing::StartsWith;
 using namespace std::chrono_literals;
 
-class ControlApi : public ServiceTest {
+class ControlApi : public TwinTest {
 protected:
-    std::vector<twin::I2cRegisterWrite> sensor_writes() {
-        return board().imx586([](twin::Imx586& s) { return s.writes(); });
-    }
     // Window 0 as the sensor holds it (outside a group hold): start, end and enabled.
     std::tuple<int, int, int, int, bool> window0() {
-        const auto w = board().imx586([](twin::Imx586& s) { return s.window(0); });
-        EXPECT_FALSE(board().imx586([](twin::Imx586& s) { return s.group_hold(); }));
+        const auto w = with<twin::Imx586>([](twin::Imx586& s) { return s.window(0); });
+        EXPECT_FALSE(with<twin::Imx586>([](twin::Imx586& s) { return s.group_hold(); }));
         return {w.x_start, w.y_start, w.x_end, w.y_end, w.enabled};
     }
     int32_t manual_position_at(int16_t focus_step) {
@@ -146,9 +145,9 @@ TEST_F(ControlApi, TheRatioLaysOutTheCentreWindowsInsideAGroupHold) {
     EXPECT_EQ(call([] { return AppSetCenterFocusWindownsRatio(4); }), 0);
     EXPECT_EQ(is_center_af_winratio_update, 1);
     const auto first = sensor_writes().at(0);
-    EXPECT_EQ(std::tuple(first.addr, first.value), std::tuple(twin::Imx586::kGroupHold, 1));
+    EXPECT_EQ(first, std::pair(twin::Imx586::kGroupHold, uint8_t{1}));
     // The layout was held back and took effect when the hold was closed.
-    board().imx586([](twin::Imx586& s) {
+    with<twin::Imx586>([](twin::Imx586& s) {
         EXPECT_FALSE(s.group_hold());
         EXPECT_EQ(s.area_mode(), twin::Imx586::kAreaModeWindows);
     });
@@ -170,7 +169,7 @@ TEST_F(ControlApi, TheFreeAreaIsWindowZeroAsFourThirteenBitCoordinates) {
     EXPECT_EQ(call([] { return AppSetCenterFocusWindownsFreearea(10, 3, -20, 0); }), 0);
     EXPECT_EQ(window0(), std::tuple(10, 3, 8182, 3, true));
 
-    board().set_i2c_present(twin::Board::kModuleBus, twin::Imx586::kAddress, false);
+    unplug_i2c(twin::Board::kModuleBus, twin::Imx586::kAddress);
     EXPECT_EQ(call([] { return AppSetCenterFocusWindownsFreearea(1000, 800, 400, 300); }), -1);
     EXPECT_THAT(output_, HasSubstr("Error: set_pdaf_centermode_freearea_attr the area did not "
                                    "reach the sensor!\r\n"));

@@ -16,7 +16,7 @@
 
 #include "gmock/gmock.h"
 #include "gtest/gtest.h"
-#include "ipc/channel_layout.hpp"
+#include "channels/channel_layout.hpp"
 #include "ipc/key_offset_platform.hpp"
 #include "zoomaf/assist_info.h"
 
@@ -43,9 +43,9 @@ protected:
     void TearDown() override {
         ::unsetenv("ZOOMAF_SHM_KEY_OFFSET");
         for (int memmode = VREL_MEMMODE_MIN; memmode <= VREL_MEMMODE_MAX; ++memmode) {
-            const int shm = ::shmget(kernel_key(ipc::shm_key(memmode)), 0, 0);
+            const int shm = ::shmget(kernel_key(channels::shm_key(memmode)), 0, 0);
             if (shm >= 0) ::shmctl(shm, IPC_RMID, nullptr);
-            const int sem = ::semget(kernel_key(ipc::sem_key(memmode)), 0, 0);
+            const int sem = ::semget(kernel_key(channels::sem_key(memmode)), 0, 0);
             if (sem >= 0) ::semctl(sem, 0, IPC_RMID);
         }
     }
@@ -135,7 +135,7 @@ TEST_F(ShmTool, BadArgumentsGetOneLineAndStatusTwoAndTouchNothing) {
     EXPECT_EQ(bad_env.status, 2);
     EXPECT_THAT(bad_env.err, HasSubstr("ZOOMAF_SHM_KEY_OFFSET"));
     for (int memmode : {2, 12, 19, 30}) {
-        EXPECT_EQ(::shmget(kernel_key(ipc::shm_key(memmode)), 0, 0), -1);
+        EXPECT_EQ(::shmget(kernel_key(channels::shm_key(memmode)), 0, 0), -1);
     }
 }
 
@@ -145,7 +145,7 @@ TEST_F(ShmTool, HelpAndSystemFailures) {
     EXPECT_THAT(help.out, HasSubstr("usage: zoomaf-shm [--key-offset N] COMMAND"));
 
     // Another program holds key 0x1A2C with a segment too small for the laser channel.
-    ASSERT_GE(::shmget(kernel_key(ipc::shm_key(VREL_LASER_CHANNEL)), 4, IPC_CREAT | 0600), 0);
+    ASSERT_GE(::shmget(kernel_key(channels::shm_key(VREL_LASER_CHANNEL)), 4, IPC_CREAT | 0600), 0);
     const ToolRun run = tool("laser 5");
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.err, "zoomaf-shm: channel 12 cannot be opened\n");

@@ -14,7 +14,7 @@
 #include <string_view>
 #include <vector>
 
-#include "twin/board.hpp"
+#include "twin/module/board.hpp"
 
 namespace zoomaf::twin::test {
 
@@ -122,10 +122,27 @@ struct Rig {
 };
 
 // The kinds of all the faults the board's hardware recorded, in time order.
-inline std::vector<FaultKind> fault_kinds(const Board& board) {
+inline std::vector<FaultKind> fault_kinds(const Kernel& board) {
     std::vector<FaultKind> kinds;
     for (const auto& fault : board.faults()) kinds.push_back(fault.kind);
     return kinds;
+}
+
+// The control faces the twin's own tests read most.
+inline int physical(Kernel& board, int line) {
+    return board.with<GpioBank>([&](const GpioBank& g) { return g.physical(line); });
+}
+inline std::vector<GpioEdge> edges(Kernel& board, int line) {
+    return board.with<GpioBank>([&](const GpioBank& g) { return g.edges(line); });
+}
+inline int position(Board& board, Motor motor) {
+    return board.with<LensMotor>(motor, [](const LensMotor& m) { return m.position(); });
+}
+inline uint16_t chip_reg(Board& board, int addr) {
+    return board.with<DriverChip>([&](const DriverChip& c) { return c.reg(addr); });
+}
+inline std::vector<I2cTransferRecord> transfers(Kernel& board, int bus) {
+    return board.with<I2cBus>(bus, [](const I2cBus& b) { return b.transfers(); });
 }
 
 // One I2C_RDWR with the kernel's own structures; the ioctl's result, errno kept.
