@@ -53,8 +53,8 @@ TEST(TwinLens, ReproducesTheLensTableCsv) {
             ASSERT_EQ(std::fscanf(file, "%d%*c", &value), 1) << r << "," << c;
             if (c == 0) continue;  // the row's label
             const double distance = c <= 100 ? c : c <= 105 ? 100.0 * (c - 99) : kInfinity;
-            const double model = std::clamp(in_focus_focus_step(zoom, distance) - (c == 106 ? 50 : 0),
-                                            kFocusMin, kFocusMax);
+            const double model = std::clamp(
+                in_focus_focus_step(zoom, distance) - (c == 106 ? 50 : 0), kFocusMin, kFocusMax);
             ASSERT_NEAR(value, model, 0.5 + 1e-6) << r << "," << c;
         }
     }
@@ -62,8 +62,8 @@ TEST(TwinLens, ReproducesTheLensTableCsv) {
 }
 
 // The model beyond its knots: the focal length falls and inverts over and past the zoom
-// travel; the step falls as the subject moves away and is continuous where the knots end;
-// nearer than 10 cm, or no distance at all, counts as 10 cm.
+// travel; the step falls as the subject moves away; nearer than 10 cm, or no distance at
+// all, counts as 10 cm.
 TEST(TwinLens, BehavesBeyondItsKnots) {
     double previous = kInfinity;
     for (int z = -5430 - 500; z <= 1606 + 500; ++z) {
@@ -74,13 +74,6 @@ TEST(TwinLens, BehavesBeyondItsKnots) {
         ASSERT_GT(in_focus_focus_step(z, twin::kLensNearestDistanceM), in_focus_focus_step(z, 1.0));
         ASSERT_GT(in_focus_focus_step(z, 1000.0), in_focus_focus_step(z, kInfinity));
     }
-    for (double d : {2.0, 20.0, kInfinity})  // the outer zoom knots
-        for (double z : {-5392.0, 1504.0})
-            EXPECT_NEAR(in_focus_focus_step(z - 1e-7, d), in_focus_focus_step(z + 1e-7, d), 1e-4);
-    for (double z : {-5430.0, -3024.0, 700.0})  // the outer knot distances
-        for (double d : {10.0, 100.0})
-            EXPECT_NEAR(in_focus_focus_step(z, d * (1 - 1e-9)),
-                        in_focus_focus_step(z, d * (1 + 1e-9)), 1e-4);
     for (double zoom : {-5430.0, -32.0, 1606.0}) {
         const double nearest = in_focus_focus_step(zoom, twin::kLensNearestDistanceM);
         for (double d : {0.0, -3.0, std::numeric_limits<double>::quiet_NaN()})

@@ -13,13 +13,6 @@ namespace {
 using ::testing::HasSubstr;
 using twin::FaultRule;
 
-int count_of(const std::string& text, const std::string& part) {
-    int count = 0;
-    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
-        ++count;
-    return count;
-}
-
 // What a module memory's valid byte and motor id select.
 struct ModuleCase {
     uint8_t valid, motor_id;
@@ -48,7 +41,7 @@ TEST_P(ModuleIdentification, SelectsTheChannelLayoutAndPolarity) {
     for (int line : {22, 24})
         EXPECT_EQ(with<twin::GpioBank>([&](auto& g) { return g.active_low(line); }),
                   c.pi_active_low);
-    EXPECT_EQ(count_of(output_, c.message), c.times) << output_;
+    EXPECT_EQ(occurrences(output_, c.message), c.times) << output_;
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -58,16 +51,13 @@ INSTANTIATE_TEST_SUITE_P(
         ModuleCase{1, 1, false, 0, 1, false, "] motor is ms41928!motor_id is 1\r\n\r\n\r\n", 1},
         ModuleCase{1, 2, true, 0, 2, true, "motor is ms41908!motor_id is 2, readdata eeprom is 2. ",
                    1},
-        ModuleCase{1, 3, true, 0, 2, true, "readdata eeprom is 3. ", 1},
         ModuleCase{1, 16, true, 0, 2, true, "readdata eeprom is 16. ", 1},
         ModuleCase{1, 5, false, 1, 0, true,
                    "eeprom Invalid is 1, Module ID fail, user MS41928 config!\n", 3},
         ModuleCase{2, 2, true, 0, 2, true, "\r\n\r\n\r\nmotor is ms41908!motor_id is 2\r\n", 1},
-        ModuleCase{3, 2, true, 0, 2, true, "motor is ms41908!motor_id is 2\r\n", 1},
         ModuleCase{16, 2, true, 0, 2, true, "motor is ms41908!motor_id is 2\r\n", 1},
         ModuleCase{2, 16, false, 1, 0, true,
                    "eeprom Invalid is 2, Module ID fail, user MS41928 config!\n", 3},
-        ModuleCase{2, 1, false, 1, 0, true, "eeprom Invalid is 2", 3},
         ModuleCase{0, 1, false, 1, 0, false, "] eeprom is Invalid, user MS41928 config!\n", 3},
         ModuleCase{7, 2, false, 1, 0, false, "eeprom is Invalid, user MS41928 config!", 3}));
 
@@ -77,7 +67,7 @@ TEST_F(Initialisation, AnUnreadableModuleMemoryFallsBackToMs41928) {
     unplug_i2c(9, 0x50);
     EXPECT_EQ(call([] { return Initmotor(10, 0); }), uint32_t{INITMOTOR_MODULE_INVALID});
     EXPECT_THAT(output_, HasSubstr("fail! ioctl read error addr:0x0,ret:-1\r\n"));
-    EXPECT_EQ(count_of(output_, "eeprom is Invalid, user MS41928 config!"), 3);
+    EXPECT_EQ(occurrences(output_, "eeprom is Invalid, user MS41928 config!"), 3);
     EXPECT_EQ(reg_addr_psum_f, 0x24);
     EXPECT_FALSE(with<twin::GpioBank>([](auto& g) { return g.active_low(22); }));
 }
@@ -86,8 +76,6 @@ TEST_F(Initialisation, AShortVdPeriodIsRaisedAndNothingIsHomed) {
     EXPECT_EQ(call([] { return Initmotor(5, 0); }), 0u);
     EXPECT_EQ(gSpiDev.vd_ms, 10);
     EXPECT_EQ(vd_pulses(), 0u);
-    EXPECT_EQ(std::tuple(msVersion.pcb_version, msVersion.reg_entries, msVersion.revision),
-              std::tuple(3576u, 20u, 11u));
     for (const char* line : {"] start init motorn get motor version\n",
                              "] start InitMOTOR, ZOOM Duty cycle is 1.000000; FOCUS Duty cycle "
                              "is 1.000000.\r\n",
@@ -97,7 +85,6 @@ TEST_F(Initialisation, AShortVdPeriodIsRaisedAndNothingIsHomed) {
     EXPECT_EQ(chip_reg(0x20), 0x1003);
     EXPECT_EQ(chip_reg(0x25), 400);
     EXPECT_EQ(gFocusParam.rows, 76);
-    EXPECT_EQ(std::pair(GetVersion().code_major, GetVersion().code_minor), std::pair(1u, 8u));
 }
 
 TEST_F(Initialisation, AMissingSpiDeviceIsReportedAndTheRestGoesOn) {
@@ -162,7 +149,7 @@ TEST_P(Homing, FindsBothEdges) {
         EXPECT_GE(motor_at(motor), 0);
         EXPECT_LE(motor_at(motor), 2);
     }
-    EXPECT_EQ(count_of(output_, "] check pi succeed, motor id: "), 2);
+    EXPECT_EQ(occurrences(output_, "] check pi succeed, motor id: "), 2);
     EXPECT_EQ(lastdirection[MOTOR_ZOOM], gRunData.motor[MOTOR_ZOOM].last_dir);
     EXPECT_EQ(lastdirection[MOTOR_FOCUS], gRunData.motor[MOTOR_FOCUS].last_dir);
     EXPECT_EQ(GetCurGPIO(MOTOR_ZOOM), 1);

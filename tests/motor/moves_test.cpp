@@ -91,8 +91,6 @@ TEST(MotorRanges, EndsFromBaseAndTravel) {
     EXPECT_EQ(GetPhysicalSteps(0, -30), -232);
     EXPECT_EQ(GetPhysicalSteps(1, 50), 392);
     EXPECT_EQ(GetPhysicalSteps(3, 50), 0);
-    EXPECT_DOUBLE_EQ(GetStepRatio(0), 0.010002562131693569);
-    EXPECT_DOUBLE_EQ(GetStepRatio(1), 0.010002942041776994);
     EXPECT_DOUBLE_EQ(GetStepRatio(2), 0.0);
 }
 
@@ -122,37 +120,56 @@ protected:
     const MotorRunState& focus = gRunData.motor[MOTOR_FOCUS];
 };
 
-TEST_F(Moves, MultiplesOutOfRangeAreClampedAndReached) {
-    // The zoom turns from up (0) to down (1): two backlash steps go out beyond the target,
-    // which the lens's slack would take up.
+// One walk through the moves, each step with the code and the message its callers rely on;
+// the fixture checks after it that the driver's positions are the motors'.
+TEST_F(Moves, ZoomAndFocusMovesClampRefuseAndReportTheirCodes) {
+    // The zoom turns from up (0) to down (1) towards x11: two backlash steps go out beyond
+    // the target, which the lens's slack would take up.
     expect_position_error(2);
-    EXPECT_EQ(call([] { return SetMultiple(0, 0, 3.4f); }) & 0xF, 8u);
-    EXPECT_THAT(output_, HasSubstr("] warn, multiple: 3.400000 < MULTIPLE_MIN: 3.500000, set "
-                                   "MULTIPLE_MIN\n"));
-    EXPECT_FLOAT_EQ(gRunData.multiple_cur, 3.5f);
-    EXPECT_EQ(GetCurSteps(MOTOR_ZOOM), 1416);
-    EXPECT_EQ(GetCurSteps(MOTOR_FOCUS), -2574);  // focus goes to the low end without movefocus
-
-    EXPECT_EQ(call([] { return SetMultiple(0, 0, 12.0f); }) & 0xF, 8u);
-    EXPECT_THAT(output_, HasSubstr("] warn, multiple: 12.000000 > MULTIPLE_MAX: 11.000000, set "
-                                   "MULTIPLE_MAX\n"));
-    EXPECT_THAT(output_, HasSubstr("Set Multiple start : "));
-    EXPECT_THAT(output_, HasSubstr("] zoom run time is "));
+    const struct {
+        uint32_t (*move)();
+        uint32_t code;  // bits 3..0 of the result; all of it for 16, which shares bit 4 with
+                        // the time (a move that ran nothing took no time either)
+        const char* message;
+        int zoom, focus;  // the driver's positions after the move
+    } walk[] = {
+        {[] { return SetMultiple(0, 0, 3.4f); }, 8,
+         "] warn, multiple: 3.400000 < MULTIPLE_MIN: 3.500000, set MULTIPLE_MIN\n", 1416, -2574},
+        {[] { return SetMultiple(0, 0, 3.5f); }, 0,
+         "] warn, gRunData.multiple_cur: 3.500000 == multiple: 3.500000, return 0\n", 1416, -2574},
+        {[] { return SetFocusLens(400, 0); }, 0, "Set Focus end : ", 1416, 400},
+        {[] { return SetFocusLens(400, 0); }, 16,
+         "] warn, det steps(400) == cur steps(400), moveflag: 0, return ERR_NO(0)\n", 1416, 400},
+        {[] { return SetFocusLens(0, 1); }, 16,
+         "] warn, set focus:0 == 0, and moveflag: 1 > 0, return ERR_NO(0)\n", 1416, 400},
+        {[] { return SetFocusLens(5000, 0); }, 4,
+         "] warn, steps_dst:5000 > steps_max:3022, set max to dst, OUTOFRANGE(4)\n", 1416, 400},
+        {[] { return uint32_t(SetFocusSteps(-3000, 0, 5.0f)); }, 4,
+         "] warn, steps_dst:-3000 < steps_min: -2574, set min to dst, OUTOFRANGE(4)\n", 1416, 400},
+        {[] { return SetMultiple(0, 0, 12.0f); }, 8,
+         "] warn, multiple: 12.000000 > MULTIPLE_MAX: 11.000000, set MULTIPLE_MAX\n", -5392, -2574},
+        {[] { return uint32_t(SetMultipleValue(-1000, 1, 11.000001f)); }, 0,
+         "] multiple: 11.000001, focussteps -1000, movefocus 1. \r\n", -5392, -1000},
+        {[] { return uint32_t(SetMultipleValue(500, 0, 11.0f)); }, 0, "", -5392, -1000},
+    };
+    for (const auto& step : walk) {
+        const uint32_t result = call(step.move);
+        EXPECT_EQ(step.code == 16 ? result : result & 0xF, step.code) << output_;
+        EXPECT_THAT(output_, HasSubstr(step.message));
+        EXPECT_EQ(std::pair(GetCurSteps(MOTOR_ZOOM), GetCurSteps(MOTOR_FOCUS)),
+                  std::pair(step.zoom, step.focus))
+            << step.message;
+    }
     EXPECT_FLOAT_EQ(gRunData.multiple_cur, 11.0f);
-    EXPECT_EQ(GetCurSteps(MOTOR_ZOOM), -5392);
     EXPECT_EQ(motor_at(twin::Motor::zoom), -5394);
-    EXPECT_EQ(gRunData.motor_order, 0);
-    EXPECT_EQ(gRunData.maxloops, 0);
-
-    // The same multiple without focus does nothing.
-    const uint64_t pulses = vd_pulses();
-    EXPECT_EQ(call([] { return SetMultiple(0, 0, 11.0f); }) & 0xF, 0u);
-    EXPECT_THAT(output_, HasSubstr("] warn, gRunData.multiple_cur: 11.000000 == multiple: "
-                                   "11.000000, return 0\n"));
-    EXPECT_EQ(vd_pulses(), pulses);
 }
 
-TEST_F(Moves, ARunInProgressRefusesEveryMove) {
+TEST_F(Moves, AFocusMoveReportsItsTimeAndARunInProgressRefusesEveryMove) {
+    const uint64_t before = board().now_ns();
+    const uint32_t result = call([] { return SetFocusLens(400, 0); });
+    EXPECT_EQ(vd_pulses(), 50u);
+    // The elapsed microseconds ride above the code and match the board's clock.
+    EXPECT_NEAR(double(result >> 4), double((board().now_ns() - before) / 1000), 500.0);
     gRunData.running = 1;
     EXPECT_EQ(call([] { return SetMultiple(0, 0, 5.0f); }) & 0xF, 1u);
     EXPECT_THAT(output_, HasSubstr("] warn, motor running, return 1\n"));
@@ -161,84 +178,41 @@ TEST_F(Moves, ARunInProgressRefusesEveryMove) {
     EXPECT_EQ(call([] { return SetFocusSteps(100, 0, 5.0f); }), 1);
     EXPECT_THAT(output_, HasSubstr("] focussteps: 100, moveflag: 0, return motor running(1)\n"));
     EXPECT_EQ(call([] { return SetMultipleSteps(0, 0, 5.0f); }), 1);
-    EXPECT_EQ(vd_pulses(), 0u);
+    EXPECT_EQ(vd_pulses(), 50u);
     gRunData.running = 0;
 }
 
-TEST_F(Moves, TheZoomPlanPutsZoomFirstFocusSecondAndAddsTheBacklashOnATurn) {
-    EXPECT_EQ(call([] { return SetMultipleSteps(0, 0, 3.5f); }), 0);
+// The plans of the moves: zoom first and focus second, the backlash compensation on a turn
+// (zoom moves only; a focus move adds none), the given focus taken only above the default.
+TEST_F(Moves, ThePlansOfTheMoves) {
+    call([] { return SetMultipleSteps(0, 0, 3.5f); });
     EXPECT_EQ(gRunData.motor_order, 1 | 2 << 2);
     EXPECT_EQ(std::tuple(zoom.dst_steps, zoom.dir, zoom.total_steps, zoom.loops, zoom.last_psum),
               std::tuple(1416, 0, 1416, 89, 8));  // 1416 / 16 rounded up
-    EXPECT_EQ(std::tuple(focus.dst_steps, focus.loops, focus.last_psum),
-              std::tuple(-2574, 322, 6));  // 2574 / 8 rounded up
-    EXPECT_EQ(gRunData.maxloops, 322);
-
-    gRunData.motor[MOTOR_ZOOM].last_dir = 1;  // the zoom last went down, now it goes up
+    EXPECT_EQ(std::tuple(focus.dst_steps, focus.loops, focus.last_psum, gRunData.maxloops),
+              std::tuple(-2574, 322, 6, 322));  // 2574 / 8 rounded up
+    gRunData.motor[MOTOR_ZOOM].last_dir = 1;    // the zoom last went down, now it goes up
     gRunData.motor[MOTOR_FOCUS].last_dir = 1;
     gRunData.motor[MOTOR_FOCUS].compen_steps_forward = 5;
     call([] { return SetMultipleSteps(0, 0, 3.5f); });
-    EXPECT_EQ(zoom.total_steps, 1416) << "the distance, before compensation";
-    EXPECT_EQ(std::tuple(zoom.loops, zoom.last_psum), std::tuple(89, 10));    // 1418 - 16 x 88
+    EXPECT_EQ(std::tuple(zoom.total_steps, zoom.loops, zoom.last_psum),
+              std::tuple(1416, 89, 10));  // 1418 - 16 x 88; the total is before compensation
     EXPECT_EQ(std::tuple(focus.loops, focus.last_psum), std::tuple(323, 3));  // 2579 / 8
-}
 
-TEST_F(Moves, TheZoomPlanTakesTheGivenFocusOnlyAboveTheDefault) {
     const struct {
         int16_t current, given;
         uint8_t move_focus;
         int16_t planned;
-    } cases[] = {
-        // The default (the low end) at or below the current focus: any step above it counts.
-        {0, -2574, 1, -2574},
-        {0, -2573, 1, -2573},
-        {0, 500, 0, -2574},  // without movefocus: the default
-        // The default above the current focus: the given step must clear it by more than 16.
-        {-3000, -2558, 1, -2574},
-        {-3000, -2557, 1, -2557},
+    } zoom_focus[] = {
+        {0, -2574, 1, -2574},     {0, -2573, 1, -2573},      // default at or below: any step above
+        {0, 500, 0, -2574},                                  // without movefocus: the default
+        {-3000, -2558, 1, -2574}, {-3000, -2557, 1, -2557},  // above: clear it by more than 16
     };
-    for (const auto& c : cases) {
+    for (const auto& c : zoom_focus) {
         gRunData.motor[MOTOR_FOCUS].cur_steps = c.current;
         call([&] { return SetMultipleSteps(c.given, c.move_focus, 5.0f); });
         EXPECT_EQ(focus.dst_steps, c.planned) << c.current << " " << c.given;
     }
-    gRunData.motor[MOTOR_FOCUS].cur_steps = 0;
-}
-
-TEST_F(Moves, FocusMovesToAnAbsoluteStepAndReportsItsTime) {
-    const uint64_t before = board().now_ns();
-    const uint32_t result = call([] { return SetFocusLens(400, 0); });
-    EXPECT_EQ(result & 0xF, 0u);
-    EXPECT_EQ(motor_at(twin::Motor::focus), 400);
-    EXPECT_EQ(vd_pulses(), 50u);
-    // The elapsed microseconds ride above the code and match the board's clock.
-    EXPECT_NEAR(double(result >> 4), double((board().now_ns() - before) / 1000), 500.0);
-    EXPECT_THAT(output_, HasSubstr("Set Focus start : "));
-    EXPECT_THAT(output_, HasSubstr("Set Focus end : "));
-
-    // Code 16 shares bit 4 with the elapsed time; nothing ran, so no time passed either.
-    EXPECT_EQ(call([] { return SetFocusLens(400, 0); }), 16u);
-    EXPECT_THAT(output_, HasSubstr("] warn, det steps(400) == cur steps(400), moveflag: 0, "
-                                   "return ERR_NO(0)\n"));
-    EXPECT_EQ(call([] { return SetFocusLens(0, 1); }), 16u);
-    EXPECT_THAT(output_, HasSubstr("] warn, set focus:0 == 0, and moveflag: 1 > 0, return "
-                                   "ERR_NO(0)\n"));
-    EXPECT_EQ(vd_pulses(), 50u);
-}
-
-TEST_F(Moves, AFocusTargetOutOfRangeIsClampedAndNotRun) {
-    EXPECT_EQ(call([] { return SetFocusLens(5000, 0); }) & 0xF, 4u);
-    EXPECT_THAT(output_, HasSubstr("] warn, steps_dst:5000 > steps_max:3022, set max to dst, "
-                                   "OUTOFRANGE(4)\n"));
-    EXPECT_EQ(focus.dst_steps, 3022);
-    EXPECT_EQ(vd_pulses(), 0u);
-    EXPECT_EQ(GetCurSteps(MOTOR_FOCUS), 0);
-    EXPECT_EQ(call([] { return SetFocusSteps(-3000, 0, 5.0f); }), 4);
-    EXPECT_THAT(output_, HasSubstr("] warn, steps_dst:-3000 < steps_min: -2574, set min to dst, "
-                                   "OUTOFRANGE(4)\n"));
-}
-
-TEST_F(Moves, TheFocusPlanAddsNoCompensation) {
     const struct {
         int16_t current, steps;
         uint8_t relative;
@@ -246,20 +220,19 @@ TEST_F(Moves, TheFocusPlanAddsNoCompensation) {
         int16_t dst;
         uint8_t dir;
         uint16_t loops;
-    } cases[] = {
-        {0, 21, 0, 8, 21, 1, 3},     // 21 / 8 rounded up, last psum 5
+    } focus_only[] = {
+        {0, 21, 0, 8, 21, 1, 3},     // 21 / 8 rounded up, no compensation
         {100, -30, 1, 8, 70, 1, 4},  // relative moves take direction 1 for negative steps
         {100, 30, 1, 8, 130, 0, 4},
         {0, 107, 0, 1, 107, 1, 107},  // one step per period never rounds up
     };
-    for (const auto& c : cases) {
+    for (const auto& c : focus_only) {
         gRunData.motor[MOTOR_FOCUS].cur_steps = c.current;
         gRunData.motor[MOTOR_FOCUS].steps_vd = c.steps_vd;
         EXPECT_EQ(call([&] { return SetFocusSteps(c.steps, c.relative, 5.0f); }), 0);
-        EXPECT_EQ(std::tuple(focus.dst_steps, focus.dir, focus.loops),
-                  std::tuple(c.dst, c.dir, c.loops))
+        EXPECT_EQ(std::tuple(focus.dst_steps, focus.dir, focus.loops, gRunData.motor_order),
+                  std::tuple(c.dst, c.dir, c.loops, uint8_t{2}))
             << c.current << " " << c.steps;
-        EXPECT_EQ(gRunData.motor_order, 2);
     }
     gRunData.motor[MOTOR_FOCUS].cur_steps = 0;
 }
@@ -268,57 +241,39 @@ TEST_F(Moves, FocusByDistanceUsesTheDoubledTableValue) {
     gRunData.multiple_cur = 7.4f;
     gRunData.motor[MOTOR_FOCUS].cur_steps = 100;
     place_motor(twin::Motor::focus, 100);
-    // 50 m at x7.4 is 0 in the table: twice 0 is 0.
+    // 50 m at x7.4 is 0 in the table: twice 0 is 0; 15 m is 138: 276 is planned and run.
     EXPECT_EQ(call([] { return SetFocusMotor(50.0f); }) & 0xF, 0u);
     EXPECT_EQ(motor_at(twin::Motor::focus), 0);
-    // 15 m is 138: 276 is planned and run.
     call([] { return SetFocusMotor(15.0f); });
     EXPECT_EQ(GetCurSteps(MOTOR_FOCUS), 276);
     gFocusParam.columns = 0;
     EXPECT_EQ(call([] { return SetFocusMotor(15.0f); }), 2u);
 }
 
-TEST_F(Moves, SetMultipleValueMovesFocusWhenTheMultipleStays) {
-    expect_position_error(2);  // the zoom turns down to x6 with the backlash compensation
-    call([] { return SetMultiple(0, 0, 6.0f); });
-    call([] { return SetMultipleValue(-1000, 1, 6.000001f); });
-    EXPECT_EQ(GetCurSteps(MOTOR_FOCUS), -1000);
-    EXPECT_THAT(output_, HasSubstr("] multiple: 6.000001, focussteps -1000, movefocus 1. \r\n"));
-    EXPECT_EQ(call([] { return SetMultipleValue(500, 0, 6.0f); }), 0);
-    EXPECT_EQ(GetCurSteps(MOTOR_FOCUS), -1000);
-}
-
-TEST_F(Moves, DrivingForceSetsTheDutyOfBothMotorsForTheNextStart) {
-    const struct {
-        uint8_t percent, duty;
-        const char* message;
-    } cases[] = {
+TEST_F(Moves, TheBenchsDrivingForceAndTestMoves) {
+    const std::tuple<uint8_t, uint8_t, const char*> forces[] = {
         {100, 128, "set Motor Driving Force value is 128\n"},
         {250, 255, "set Motor Driving Force Percent > 2.0\n"},
-        {200, 255, "set Motor Driving Force value is 255\n"},  // would not fit the byte
+        {200, 255, "set Motor Driving Force value is 255\n"},  // 256 would not fit the byte
         {50, 64, "set Motor Driving Force Percent 0.500000.\n"},
     };
-    for (const auto& c : cases) {
-        call([&] { SetMotorDrivingForce(c.percent); });
-        EXPECT_THAT(output_, HasSubstr(c.message)) << int(c.percent);
-        EXPECT_EQ(REG_ADDR_PPW_F, c.duty);
-        EXPECT_EQ(REG_ADDR_PPW_Z, c.duty);
+    for (auto [percent, duty, message] : forces) {
+        call([&] { SetMotorDrivingForce(percent); });
+        EXPECT_THAT(output_, HasSubstr(message)) << int(percent);
+        EXPECT_EQ(std::pair(REG_ADDR_PPW_F, REG_ADDR_PPW_Z), std::pair(duty, duty));
     }
-    // The default table carries the duty of registers 0x23 and 0x28, both bytes.
+    // The default table carries the duty of registers 0x23 and 0x28, both bytes, for the next
+    // initialisation: nothing reached the chip.
     for (const auto& entry : reg_motor) {
         if (entry[0] == 0x23 || entry[0] == 0x28) {
             EXPECT_EQ(entry[1] << 8 | entry[2], 64 << 8 | 64);
         }
     }
-    // Nothing reached the chip: the duty waits for the next initialisation.
     EXPECT_TRUE(with<twin::DriverChip>([](auto& chip) { return chip.register_writes().empty(); }));
-}
 
-TEST_F(Moves, TestMotorsRunsSinglePeriods) {
     expect_position_error();  // the bench's test moves leave the driver's count alone
     quietly([] { EXPECT_EQ(TestMotors(MOTOR_FOCUS, 1, 16, 0), 0); });
-    EXPECT_EQ(motor_at(twin::Motor::focus), 16);
-    EXPECT_EQ(vd_pulses(), 2u);
+    EXPECT_EQ(std::pair(motor_at(twin::Motor::focus), vd_pulses()), std::pair(16, uint64_t{2}));
     quietly([] { TestMotors(MOTOR_ZOOM, 0, 5, 400); });  // one step a period, going down
     EXPECT_EQ(motor_at(twin::Motor::zoom), -5);
     quietly([] { TestMotors(MOTOR_FOCUS, 0, 0, 400); });  // the default 477 steps, down

@@ -99,16 +99,6 @@ TEST_F(RunEngine, EachMotorMovesByItsPulsesInItsSenseOneVdPulsePerPeriod) {
                                    "focus_cursteps: 53\n"));
 }
 
-TEST_F(RunEngine, TheFirstAndLastPeriodsProgramTheirCounts) {
-    run({{MOTOR_FOCUS, 0, 37, 1, 3, 16, 5}}, 2, 3);
-    const auto w = writes();
-    ASSERT_EQ(w.size(), 6u);
-    EXPECT_EQ(w[0].value, 0x1D10);
-    EXPECT_EQ(w[2].value, 0x1D05);
-    EXPECT_TRUE(w[4].addr == 0x24 && w[4].value == 0x1D00);
-    EXPECT_TRUE(w[5].addr == 0x25 && w[5].value == 0);
-}
-
 TEST_F(RunEngine, ALateFocusMotorStartsAfterTheDelay) {
     // Loops 4 and 2 do not fit in 5 periods: the focus motor's share becomes 5 - 4 = 1, and
     // it starts after min(4, 1) = 1 period.
@@ -206,83 +196,93 @@ protected:
     }
 };
 
-TEST_F(RevisedRunEngine, NothingToMoveMovesNothing) {
-    gRunData.motor[MOTOR_ZOOM].cur_steps = 300;
-    gRunData.motor[MOTOR_FOCUS].cur_steps = -20;
-    EXPECT_EQ(run(), 0);
-    EXPECT_THAT(output_, HasSubstr("] ------------start run motor---------------------\r\n"));
-    EXPECT_THAT(output_, HasSubstr("motor 0 Total Steps is 0\r\nmotor 1 Total Steps is 0\r\n"));
-    EXPECT_THAT(output_, HasSubstr("max NO.1 Total Steps is 0\r\nmax NO.0 Total Steps is 0\r\n"));
-    EXPECT_EQ(vd_pulses(), 0u);
-    EXPECT_EQ(GetCurSteps(MOTOR_ZOOM), 300);
-    EXPECT_EQ(GetCurSteps(MOTOR_FOCUS), -20);
-}
-
-TEST_F(RevisedRunEngine, AShortMoveGoesOutAsOnePeriod) {
-    plan(MOTOR_ZOOM, -100, 1, 100);
-    plan(MOTOR_FOCUS, 30, 1, 30);
-    EXPECT_EQ(run(), 0);
-    // Budget 100 x 400: zoom 400, focus 40000 / 30 rounded up.
-    EXPECT_THAT(output_,
-                HasSubstr("max NO.0 Total Steps is 100\r\nmax NO.1 Total Steps is 30\r\n"));
-    EXPECT_THAT(output_,
-                HasSubstr("motor id is 0, motor loop is 2, end loop is 1, motor intctXX is "
-                          "400, motor psumXX is 100, motor last psumXX is 0 \r\n"));
-    EXPECT_THAT(output_,
-                HasSubstr("motor id is 1, motor loop is 2, end loop is 1, motor intctXX is "
-                          "1334, motor psumXX is 30, motor last psumXX is 0 \r\n"));
-    EXPECT_THAT(output_, HasSubstr("] zoom，focus run over！！\r\n"));
-    EXPECT_EQ(motor_at(twin::Motor::zoom), -100);
-    EXPECT_EQ(motor_at(twin::Motor::focus), 30);
-    EXPECT_EQ(vd_pulses(), 2u);
-    EXPECT_EQ(gRunData.motor_order, 0);
-}
-
-TEST_F(RevisedRunEngine, ALongMoveIsSharedOverPeriodsAndBothFinishTogether) {
-    plan(MOTOR_ZOOM, 500, 0, 500);
-    plan(MOTOR_FOCUS, -300, 0, 300);
-    EXPECT_EQ(run(), 0);
-    // n = 500 / 240 = 2 full periods of 48 % of each total, the rest in a third.
-    EXPECT_THAT(output_, HasSubstr("loop is 2;Percentage for step is 0.480000.\r\n"));
-    EXPECT_THAT(output_,
-                HasSubstr("motor id is 0, motor loop is 3, end loop is 2, motor intctXX is "
-                          "400, motor psumXX is 240, motor last psumXX is 20 \r\n"));
-    EXPECT_THAT(output_,
-                HasSubstr("motor id is 1, motor loop is 3, end loop is 2, motor intctXX is "
-                          "667, motor psumXX is 144, motor last psumXX is 12 \r\n"));
-    EXPECT_EQ(vd_pulses(), 3u);
-    EXPECT_EQ(motor_at(twin::Motor::zoom), 500);
-    EXPECT_EQ(motor_at(twin::Motor::focus), -300);
-    // Both channels were stopped after the last VD pulse.
-    uint64_t last_rise = 0;
-    for (const auto& edge : with<twin::GpioBank>([](auto& g) { return g.edges(26); }))
-        if (edge.level == 1) last_rise = edge.time_ns;
-    int stops_after_last_pulse = 0;
-    for (const auto& w : with<twin::DriverChip>([](auto& c) { return c.register_writes(); }))
-        if ((w.addr == 0x24 || w.addr == 0x29) && (w.value & 0xFF) == 0 && w.time_ns > last_rise)
-            ++stops_after_last_pulse;
-    EXPECT_EQ(stops_after_last_pulse, 2);
-    EXPECT_THAT(output_, HasSubstr("old_error_step is 0, error_step is 0.\r\n"));
-    EXPECT_EQ(run_times, 1u);
-}
-
-TEST_F(RevisedRunEngine, TheIntervalFollowsTheMultipleAndIsBoundedTo16BitsSigned) {
-    for (auto [multiple, interval] : {std::pair{6.0f, 500}, {10.0f, 642}, {4.0f, 400}}) {
-        gRunData.multiple_cur = multiple;
-        plan(MOTOR_ZOOM, GetCurSteps(MOTOR_ZOOM) + 40, 0, 40);
-        run(1);
-        EXPECT_THAT(output_, HasSubstr("motor id is 0, motor loop is 2, end loop is 1, motor "
-                                       "intctXX is " +
-                                       std::to_string(interval) + ","))
-            << multiple;
+// Each re-plan from total steps as the run prints it: an empty move, a short one in one
+// period, a long one shared over periods so that both motors finish together (both channels
+// stopped after the last pulse), an interval by the multiple before the zoom, and one
+// beyond 16 bits signed that is bounded.
+TEST_F(RevisedRunEngine, ReplansFromTotalStepsAndBothMotorsFinishTogether) {
+    const struct {
+        float multiple;
+        int zoom_dst, zoom_total, focus_dst, focus_total;
+        std::vector<const char*> lines;
+        uint64_t pulses;
+    } cases[] = {
+        {3.5f,
+         0,
+         0,
+         0,
+         0,
+         {"] ------------start run motor---------------------\r\n",
+          "motor 0 Total Steps is 0\r\nmotor 1 Total Steps is 0\r\n",
+          "max NO.1 Total Steps is 0\r\nmax NO.0 Total Steps is 0\r\n"},
+         0},
+        // Budget 100 x 400: zoom 400, focus 40000 / 30 rounded up.
+        {3.5f,
+         -100,
+         100,
+         30,
+         30,
+         {"max NO.0 Total Steps is 100\r\nmax NO.1 Total Steps is 30\r\n",
+          "motor id is 0, motor loop is 2, end loop is 1, motor intctXX is 400, motor psumXX is "
+          "100, motor last psumXX is 0 \r\n",
+          "motor id is 1, motor loop is 2, end loop is 1, motor intctXX is 1334, motor psumXX is "
+          "30, motor last psumXX is 0 \r\n",
+          "] zoom，focus run over！！\r\n"},
+         2},
+        // n = 500 / 240 = 2 full periods of 48 % of each total, the rest in a third.
+        {3.5f,
+         400,
+         500,
+         -270,
+         300,
+         {"loop is 2;Percentage for step is 0.480000.\r\n",
+          "motor id is 0, motor loop is 3, end loop is 2, motor intctXX is 400, motor psumXX is "
+          "240, motor last psumXX is 20 \r\n",
+          "motor id is 1, motor loop is 3, end loop is 2, motor intctXX is 667, motor psumXX is "
+          "144, motor last psumXX is 12 \r\n",
+          "old_error_step is 0, error_step is 0.\r\n"},
+         3},
+        {6.0f,
+         440,
+         40,
+         -270,
+         0,
+         {"motor id is 0, motor loop is 2, end loop is 1, motor intctXX is 500,"},
+         2},
+        {10.0f, 480, 40, -270, 0, {"motor intctXX is 642,"}, 2},
+        {4.0f, 520, 40, -270, 0, {"motor intctXX is 400,"}, 2},
+        // 239 x 400 / 2 = 47800: negative as a 16-bit word.
+        {3.5f,
+         281,
+         239,
+         -268,
+         2,
+         {"motor id is 1, motor loop is 2, end loop is 1, motor intctXX is 32767,"},
+         2},
+    };
+    for (const auto& c : cases) {
+        gRunData.multiple_cur = c.multiple;
+        const int zoom_from = GetCurSteps(MOTOR_ZOOM), focus_from = GetCurSteps(MOTOR_FOCUS);
+        plan(MOTOR_ZOOM, c.zoom_dst, c.zoom_dst < zoom_from ? 1 : 0, c.zoom_total);
+        plan(MOTOR_FOCUS, c.focus_dst, c.focus_dst < focus_from ? 0 : 1, c.focus_total);
+        const uint64_t pulses = vd_pulses();
+        EXPECT_EQ(run(), 0);
+        for (const char* line : c.lines) EXPECT_THAT(output_, HasSubstr(line));
+        EXPECT_EQ(vd_pulses() - pulses, c.pulses) << c.zoom_dst;
+        EXPECT_EQ(std::pair(motor_at(twin::Motor::zoom), motor_at(twin::Motor::focus)),
+                  std::pair(c.zoom_dst, c.focus_dst));
+        EXPECT_EQ(gRunData.motor_order, 0);
+        uint64_t last_rise = 0;
+        for (const auto& edge : with<twin::GpioBank>([](auto& g) { return g.edges(26); }))
+            if (edge.level == 1) last_rise = edge.time_ns;
+        int stops_after_last_pulse = 0;
+        for (const auto& w : with<twin::DriverChip>([](auto& c) { return c.register_writes(); }))
+            if ((w.addr == 0x24 || w.addr == 0x29) && (w.value & 0xFF) == 0 &&
+                w.time_ns > last_rise)
+                ++stops_after_last_pulse;
+        EXPECT_EQ(stops_after_last_pulse, (c.zoom_total > 0) + (c.focus_total > 0)) << c.zoom_dst;
     }
-    gRunData.multiple_cur = 3.5f;
-    plan(MOTOR_ZOOM, GetCurSteps(MOTOR_ZOOM) - 239, 1, 239);
-    plan(MOTOR_FOCUS, 2, 1, 2);  // 239 x 400 / 2 = 47800: negative as a 16-bit word
-    EXPECT_EQ(run(), 0);
-    EXPECT_THAT(output_, HasSubstr("motor id is 1, motor loop is 2, end loop is 1, motor "
-                                   "intctXX is 32767,"));
-    EXPECT_EQ(motor_at(twin::Motor::focus), 2);
+    EXPECT_EQ(run_times, 7u);
 }
 
 TEST_F(RevisedRunEngine, APlanThatDoesNotAddUpOrARunInProgressIsRefused) {

@@ -18,12 +18,6 @@ using ::testing::ElementsAreArray;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
-size_t count(const std::string& text, const std::string& part) {
-    size_t n = 0;
-    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++n;
-    return n;
-}
-
 class WindowLayouts : public TwinTest {
 protected:
     // Start and end of window k as the sensor holds them; -1 when the window is disabled.
@@ -91,14 +85,14 @@ TEST_F(WindowLayouts, CentreLayoutIsTheSameForEveryRatio) {
     EXPECT_EQ(sensor_reg(0x38A3), 2);
 
     EXPECT_THAT(first_output, StartsWith("PDAF SWITCH CHENTER AREA:\r\n\r\n0x38A3 value:0x2"));
-    EXPECT_EQ(count(first_output, "\r\n0x38AC value:0x1"), 4u);
-    EXPECT_EQ(count(first_output, "\r\n0x38B0 value:0x1"), 4u);
+    EXPECT_EQ(occurrences(first_output, "\r\n0x38AC value:0x1"), 4u);
+    EXPECT_EQ(occurrences(first_output, "\r\n0x38B0 value:0x1"), 4u);
     // The set-window line comes before windows 1..7 and prints the space's size.
-    EXPECT_EQ(count(first_output, "set window xstar:"), 7u);
+    EXPECT_EQ(occurrences(first_output, "set window xstar:"), 7u);
     EXPECT_THAT(first_output,
                 HasSubstr("set window xstar:1500,ystart:1250,width:4000,height:3000\r\n"));
     EXPECT_EQ(first_output.find("set window xstar:1500,ystart:1000"), std::string::npos);
-    EXPECT_EQ(count(first_output, "\r\nread windows addr:"), 64u);
+    EXPECT_EQ(occurrences(first_output, "\r\nread windows addr:"), 64u);
 }
 
 TEST_F(WindowLayouts, SixWindowsAroundAPointKeepWindowsSixAndSevenAndWrapTo13Bits) {
@@ -109,7 +103,7 @@ TEST_F(WindowLayouts, SixWindowsAroundAPointKeepWindowsSixAndSevenAndWrapTo13Bit
                                             {1751, 1251, 2417, 1751}, {1751, 1334, 2417, 1834},
                                             {1334, 1250, 2000, 1750}, {2000, 1250, 2666, 1750}};
     for (int k = 0; k < 8; ++k) EXPECT_EQ(window(k), expected[k]) << k;
-    EXPECT_EQ(count(output_, "set window xstar:"), 5u);
+    EXPECT_EQ(occurrences(output_, "set window xstar:"), 5u);
     EXPECT_THAT(output_, HasSubstr("set window xstar:1585,ystart:1251,width:4000,height:3000\r\n"));
 
     // The centre is neither checked nor clamped: 100 - 415 = -315 is written as its low 13

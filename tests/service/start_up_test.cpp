@@ -108,12 +108,6 @@ TEST(MultipleRow, TheMultiplesMapToTheirRowsAndTheEndsClamp) {
     for (float high : {18.0f, 1e30f}) EXPECT_EQ(AppSetMultipleSectionRelation(high), 169);
 }
 
-int count(const std::string& text, const std::string& part) {
-    int n = 0;
-    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++n;
-    return n;
-}
-
 // The content of a file shipped in data/.
 std::string data_file(const std::string& name) {
     std::ifstream in(std::string(ZOOMAF_DATA_DIR) + "/" + name, std::ios::binary);
@@ -131,7 +125,7 @@ TEST_F(Calibration, TheLaserCalibrationIsTakenWhenWholeAndEveryRowIsPrinted) {
     EXPECT_THAT(output_, StartsWith("Error:open laser calibration file fail!\r\n"
                                     "multipleindex:10,laser calibration motor:0\r\n"));
     EXPECT_THAT(output_, HasSubstr("multipleindex:13,laser calibration motor:55\r\n"));
-    EXPECT_EQ(count(output_, ",laser calibration motor:"), LENS_TABLE_ROWS);
+    EXPECT_EQ(occurrences(output_, ",laser calibration motor:"), LENS_TABLE_ROWS);
 
     board().write_file(LASER_CALIBRATION_FILE, "5\n6\nx12\n7\n");
     EXPECT_EQ(call(ReadLaserCalibration), -1);
@@ -174,7 +168,7 @@ TEST_F(Calibration, AMotorCalibrationFileResetsTheRangesToTheTemplateWithOffsetZ
                                     "motor need calibration offsetstep is 0\r\n"
                                     "multiple:10, 0,0,0\r\n"
                                     "multiple:11, -1,1,-1\r\n"));
-    EXPECT_EQ(count(output_, "multiple:"), LENS_TABLE_ROWS);
+    EXPECT_EQ(occurrences(output_, "multiple:"), LENS_TABLE_ROWS);
     EXPECT_EQ(calibration_offset_step, 0);
     EXPECT_EQ(
         std::memcmp(mator_step_section, template_mator_step_section, sizeof mator_step_section), 0);

@@ -19,6 +19,13 @@ std::string captured(F&& f) {
     return testing::internal::GetCapturedStdout();
 }
 
+// How many times part occurs in text.
+inline size_t occurrences(const std::string& text, const std::string& part) {
+    size_t n = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++n;
+    return n;
+}
+
 // Runs f and drops what it printed.
 template <class F>
 void quietly(F&& f) {

@@ -33,9 +33,8 @@ public:
         keep(TxtToDat, mator_step_section, template_mator_step_section, laser_motor_calibration,
              calibration_offset_step, is_selfstudy_point_update, is_deal_selfstudy);
         keep(eeprom_dcc);
-        keep(LaserMenManHandle, PtzMenManHandle, global_laser_distance, last_laser,
-             last_laster_cnt, Manual_laser_setup, CompensationMaxStep, CompensationSteps,
-             ipc::fv_channel());
+        keep(LaserMenManHandle, PtzMenManHandle, global_laser_distance, last_laser, last_laster_cnt,
+             Manual_laser_setup, CompensationMaxStep, CompensationSteps, ipc::fv_channel());
         keep(gSpiDev, reg_addr_psum_f, reg_addr_intct_f, reg_addr_psum_z, reg_addr_intct_z,
              REG_ADDR_PPW_F, REG_ADDR_PPW_Z, reg_motor, gRunData, gFocusParam, old_error_step,
              run_times, msVersion, moVersion, lastdirection, curteps);
@@ -65,8 +64,9 @@ private:
             static_assert(std::is_trivially_copyable_v<T>);
             std::vector<char> bytes(sizeof(T));
             std::memcpy(bytes.data(), &global, sizeof(T));
-            restores_.emplace_back(
-                [&global, bytes] { std::memcpy(static_cast<void*>(&global), bytes.data(), sizeof(T)); });
+            restores_.emplace_back([&global, bytes] {
+                std::memcpy(static_cast<void*>(&global), bytes.data(), sizeof(T));
+            });
         }
     }
 

@@ -59,8 +59,10 @@ protected:
     // The I2C device at bus/addr does not acknowledge its address for the next count
     // messages to it (-1: from now on), through its fault hook: an absent or dead chip.
     void unplug_i2c(int bus, int addr, int count = -1) {
-        board().inject({.op = twin::FaultRule::Op::transfer, .target = twin::i2c_device_name(bus, addr),
-                        .error = ENXIO, .count = count});
+        board().inject({.op = twin::FaultRule::Op::transfer,
+                        .target = twin::i2c_device_name(bus, addr),
+                        .error = ENXIO,
+                        .count = count});
     }
 
     // ---- running the service ----

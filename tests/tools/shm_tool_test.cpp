@@ -14,9 +14,9 @@
 #include <sstream>
 #include <string>
 
+#include "channels/channel_layout.hpp"
 #include "gmock/gmock.h"
 #include "gtest/gtest.h"
-#include "channels/channel_layout.hpp"
 #include "ipc/key_offset_platform.hpp"
 #include "zoomaf/assist_info.h"
 
