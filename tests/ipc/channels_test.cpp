@@ -145,7 +145,7 @@ TEST_F(Channels, EveryFailureOfTheStartIsReported) {
                                           "Error:VrelCreateSemaphore fail!\r\n"));
 }
 
-TEST_F(Channels, KernelGivesBackTheHoldOfAProcessThatDied) {
+TEST_F(Channels, KernelGivesBackTheHoldOfAProcessThatDiedAndARemovedSetIsRefused) {
     VrelShareMan record{};
     ASSERT_EQ(init(record, kLaser), 0);
     const pid_t child = ::fork();
@@ -158,11 +158,8 @@ TEST_F(Channels, KernelGivesBackTheHoldOfAProcessThatDied) {
     ASSERT_EQ(::waitpid(child, &status, 0), child);
     ASSERT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0);
     EXPECT_EQ(semaphore_value(record.sem_id), 1) << "SEM_UNDO";
-}
 
-TEST_F(Channels, GivingBackOrRemovingARemovedSetFailsWithItsMessage) {
-    VrelShareMan record{};
-    ASSERT_EQ(init(record, kLaser), 0);
+    // Giving back or removing a removed set fails with its message.
     ASSERT_EQ(VrelDelSemValue(record.sem_id), 0);
     EXPECT_EQ(call([&] { return VrelSemaphoreV(&record); }), -1);
     EXPECT_EQ(output_, "SemaphoreV failed");

@@ -80,13 +80,11 @@ TEST_F(TrackingTable, TheKeyFollowsTheTextOfTheProduct) {
 }
 
 TEST(MotorRanges, EndsFromBaseAndTravel) {
-    EXPECT_EQ(GeMotorRangeSteps(0, 1), 1606);
-    EXPECT_EQ(GeMotorRangeSteps(0, 0), -5430);
-    EXPECT_EQ(GeMotorRangeSteps(1, 1), 3022);
-    EXPECT_EQ(GeMotorRangeSteps(1, 0), -2574);
-    EXPECT_EQ(GeMotorRangeSteps(2, 1), 0);
-    EXPECT_EQ(GetFocusRange(1), 3022);
-    EXPECT_EQ(GetFocusRange(0), -2574);
+    // (zoom top, zoom bottom, focus top, focus bottom, a bad motor's)
+    EXPECT_EQ(std::tuple(GeMotorRangeSteps(0, 1), GeMotorRangeSteps(0, 0), GeMotorRangeSteps(1, 1),
+                         GeMotorRangeSteps(1, 0), GeMotorRangeSteps(2, 1)),
+              std::tuple(1606, -5430, 3022, -2574, 0));
+    EXPECT_EQ((std::pair<int, int>(GetFocusRange(1), GetFocusRange(0))), std::pair(3022, -2574));
     // -0.30 mm is -29 steps, masked to 13 bits and times 8: -232 as a signed 16-bit value.
     EXPECT_EQ(GetPhysicalSteps(0, -30), -232);
     EXPECT_EQ(GetPhysicalSteps(1, 50), 392);

@@ -59,30 +59,27 @@ protected:
 
 TEST_F(RunEngine, EachMotorMovesByItsPulsesInItsSenseOneVdPulsePerPeriod) {
     const struct {
+        struct {
+            uint8_t order;
+            uint16_t maxloops;
+            int zoom, focus;
+            uint64_t pulses;
+            size_t writes;
+        } c;
         std::initializer_list<Plan> plans;
-        uint8_t order;
-        uint16_t maxloops;
-        int zoom, focus;
-        uint64_t pulses;
-        size_t writes;
     } cases[] = {
         // focus up with direction 1: psum and intct, again in the last period, the stops
-        {{{MOTOR_FOCUS, 0, 37, 1, 3, 16, 5}}, 2, 3, 0, 37, 3, 6},
+        {{2, 3, 0, 37, 3, 6}, {{MOTOR_FOCUS, 0, 37, 1, 3, 16, 5}}},
         // zoom down with direction 1; the count never changes
-        {{{MOTOR_ZOOM, 0, -48, 1, 3, 16, 16}}, 1, 3, -48, 37, 3, 4},
+        {{1, 3, -48, 37, 3, 4}, {{MOTOR_ZOOM, 0, -48, 1, 3, 16, 16}}},
         // both share one VD pulse per period
-        {{{MOTOR_ZOOM, -48, 16, 0, 4, 16, 16}, {MOTOR_FOCUS, 37, 53, 1, 2, 8, 8}},
-         1 | 2 << 2,
-         4,
-         16,
-         53,
-         4,
-         8},
+        {{1 | 2 << 2, 4, 16, 53, 4, 8},
+         {{MOTOR_ZOOM, -48, 16, 0, 4, 16, 16}, {MOTOR_FOCUS, 37, 53, 1, 2, 8, 8}}},
     };
     uint64_t pulses = 0;
-    for (const auto& c : cases) {
+    for (const auto& [c, plans] : cases) {
         with<twin::DriverChip>([](auto& chip) { chip.clear_register_writes(); });
-        EXPECT_EQ(run(c.plans, c.order, c.maxloops), 0);
+        EXPECT_EQ(run(plans, c.order, c.maxloops), 0);
         EXPECT_EQ(motor_at(twin::Motor::zoom), c.zoom);
         EXPECT_EQ(motor_at(twin::Motor::focus), c.focus);
         EXPECT_EQ(GetCurSteps(MOTOR_ZOOM), c.zoom);
@@ -202,72 +199,49 @@ protected:
 // beyond 16 bits signed that is bounded.
 TEST_F(RevisedRunEngine, ReplansFromTotalStepsAndBothMotorsFinishTogether) {
     const struct {
-        float multiple;
-        int zoom_dst, zoom_total, focus_dst, focus_total;
+        struct {
+            float multiple;
+            int zoom_dst, zoom_total, focus_dst, focus_total;
+            uint64_t pulses;
+        } move;
         std::vector<const char*> lines;
-        uint64_t pulses;
     } cases[] = {
-        {3.5f,
-         0,
-         0,
-         0,
-         0,
+        {{3.5f, 0, 0, 0, 0, 0},
          {"] ------------start run motor---------------------\r\n",
           "motor 0 Total Steps is 0\r\nmotor 1 Total Steps is 0\r\n",
-          "max NO.1 Total Steps is 0\r\nmax NO.0 Total Steps is 0\r\n"},
-         0},
+          "max NO.1 Total Steps is 0\r\nmax NO.0 Total Steps is 0\r\n"}},
         // Budget 100 x 400: zoom 400, focus 40000 / 30 rounded up.
-        {3.5f,
-         -100,
-         100,
-         30,
-         30,
+        {{3.5f, -100, 100, 30, 30, 2},
          {"max NO.0 Total Steps is 100\r\nmax NO.1 Total Steps is 30\r\n",
           "motor id is 0, motor loop is 2, end loop is 1, motor intctXX is 400, motor psumXX is "
           "100, motor last psumXX is 0 \r\n",
           "motor id is 1, motor loop is 2, end loop is 1, motor intctXX is 1334, motor psumXX is "
           "30, motor last psumXX is 0 \r\n",
-          "] zoom，focus run over！！\r\n"},
-         2},
+          "] zoom，focus run over！！\r\n"}},
         // n = 500 / 240 = 2 full periods of 48 % of each total, the rest in a third.
-        {3.5f,
-         400,
-         500,
-         -270,
-         300,
+        {{3.5f, 400, 500, -270, 300, 3},
          {"loop is 2;Percentage for step is 0.480000.\r\n",
           "motor id is 0, motor loop is 3, end loop is 2, motor intctXX is 400, motor psumXX is "
           "240, motor last psumXX is 20 \r\n",
           "motor id is 1, motor loop is 3, end loop is 2, motor intctXX is 667, motor psumXX is "
           "144, motor last psumXX is 12 \r\n",
-          "old_error_step is 0, error_step is 0.\r\n"},
-         3},
-        {6.0f,
-         440,
-         40,
-         -270,
-         0,
-         {"motor id is 0, motor loop is 2, end loop is 1, motor intctXX is 500,"},
-         2},
-        {10.0f, 480, 40, -270, 0, {"motor intctXX is 642,"}, 2},
-        {4.0f, 520, 40, -270, 0, {"motor intctXX is 400,"}, 2},
+          "old_error_step is 0, error_step is 0.\r\n"}},
+        {{6.0f, 440, 40, -270, 0, 2},
+         {"motor id is 0, motor loop is 2, end loop is 1, motor intctXX is 500,"}},
+        {{10.0f, 480, 40, -270, 0, 2}, {"motor intctXX is 642,"}},
+        {{4.0f, 520, 40, -270, 0, 2}, {"motor intctXX is 400,"}},
         // 239 x 400 / 2 = 47800: negative as a 16-bit word.
-        {3.5f,
-         281,
-         239,
-         -268,
-         2,
-         {"motor id is 1, motor loop is 2, end loop is 1, motor intctXX is 32767,"},
-         2},
+        {{3.5f, 281, 239, -268, 2, 2},
+         {"motor id is 1, motor loop is 2, end loop is 1, motor intctXX is 32767,"}},
     };
-    for (const auto& c : cases) {
+    for (const auto& [c, lines] : cases) {
         gRunData.multiple_cur = c.multiple;
         const int zoom_from = GetCurSteps(MOTOR_ZOOM), focus_from = GetCurSteps(MOTOR_FOCUS);
         plan(MOTOR_ZOOM, c.zoom_dst, c.zoom_dst < zoom_from ? 1 : 0, c.zoom_total);
         plan(MOTOR_FOCUS, c.focus_dst, c.focus_dst < focus_from ? 0 : 1, c.focus_total);
         const uint64_t pulses = vd_pulses();
         EXPECT_EQ(run(), 0);
-        for (const char* line : c.lines) EXPECT_THAT(output_, HasSubstr(line));
+        for (const char* line : lines) EXPECT_THAT(output_, HasSubstr(line));
         EXPECT_EQ(vd_pulses() - pulses, c.pulses) << c.zoom_dst;
         EXPECT_EQ(std::pair(motor_at(twin::Motor::zoom), motor_at(twin::Motor::focus)),
                   std::pair(c.zoom_dst, c.focus_dst));

@@ -28,7 +28,7 @@ protected:
     }
 };
 
-TEST_F(WindowLayouts, FreeAreaWritesModeEnableAndWindowZeroInOrder) {
+TEST_F(WindowLayouts, FreeAreaWritesModeEnableAndWindowZeroInOrderAndThePdOutputSwitchItsRegister) {
     EXPECT_EQ(call([] { return set_pdaf_windows_free_area(100, 200, 666, 500); }), 0);
     const std::vector<std::pair<uint16_t, uint8_t>> expected = {
         {0x38A3, 2},    {0x38AC, 1},    {0x38B4, 0x00}, {0x38B5, 0x64}, {0x38B6, 0x00},
@@ -43,6 +43,10 @@ TEST_F(WindowLayouts, FreeAreaWritesModeEnableAndWindowZeroInOrder) {
     const uint8_t area[8] = {0x00, 0x64, 0x00, 0xC8, 0x02, 0xFE, 0x02, 0xBC};
     EXPECT_EQ(std::memcmp(focus_area, area, 8), 0);
     EXPECT_EQ(window(1)[0], -1) << "the other enables keep their values";
+
+    EXPECT_EQ(call([] { return switch_pd_output(1); }), 0);
+    EXPECT_EQ(sensor_reg(0x3E37), 1);
+    EXPECT_EQ(output_, "\r\npd output addr:0x3e37,value:0x1\r\n");
 }
 
 TEST_F(WindowLayouts, FreeAreaStartIsClampedOneShortOfTheEdgeAndABadSizeIsRefused) {
@@ -116,12 +120,6 @@ TEST_F(WindowLayouts, SixWindowsAroundAPointKeepWindowsSixAndSevenAndWrapTo13Bit
     // An extreme centre wraps as well instead of overflowing.
     call([] { return set_pdaf_area_windows_by_center_coordinate(INT32_MAX, INT32_MIN); });
     EXPECT_EQ(window(0)[0], (INT32_MAX - 415) & 0x1FFF);
-}
-
-TEST_F(WindowLayouts, PdOutputSwitchWritesAndReportsTheRegister) {
-    EXPECT_EQ(call([] { return switch_pd_output(1); }), 0);
-    EXPECT_EQ(sensor_reg(0x3E37), 1);
-    EXPECT_EQ(output_, "\r\npd output addr:0x3e37,value:0x1\r\n");
 }
 
 using PdCl = std::pair<int64_t, int64_t>;

@@ -100,16 +100,15 @@ TEST_F(ShmTool, LaserDistanceReachesTheServiceAndTheDumpShowsItsConsumption) {
     EXPECT_THAT(tool("dump 12").out, HasSubstr("laser distance: 65535 (no echo)\n"));
 }
 
-TEST_F(ShmTool, AreaPointAndFocusValuesRoundTrip) {
+TEST_F(ShmTool, AreaPointAndFocusValuesRoundTripAndALargeDumpIsCut) {
     ASSERT_EQ(tool("point 100 -200").status, 0);
     EXPECT_THAT(tool("dump 19").out, HasSubstr("00000000: 64 00 00 00 38 ff ff ff\n"
                                                "area focus point: x 100, y -200\n"));
 
     ASSERT_EQ(tool("fv 9223372036854775807 -1").status, 0);
     EXPECT_THAT(tool("dump 30").out, HasSubstr("focus values: fv1 9223372036854775807, fv2 -1\n"));
-}
 
-TEST_F(ShmTool, DumpOfALargeChannelShowsItsBeginning) {
+    // A large channel shows its beginning.
     const ToolRun dump = tool("dump 2");
     ASSERT_EQ(dump.status, 0) << dump.err;
     EXPECT_THAT(dump.out, HasSubstr("payload 491520 bytes\n"));
