@@ -6,8 +6,8 @@
 #include <cstring>
 
 #include "channels/channel_layout.hpp"
-#include "zoomaf/service_state.h"
 #include "zoomaf/assist_info.h"
+#include "zoomaf/service_state.h"
 
 VrelShareMan LaserMenManHandle{};
 uint16_t global_laser_distance = 0;
@@ -31,7 +31,8 @@ constexpr double kJumpFraction = 0.2;
 constexpr int32_t kJumpsRefused = 3;
 
 // The range clamps: no echo is kept, beyond 1600 m becomes 1599 m, a reading up to 4 m
-// becomes 4 m, and a 0 by day is taken as 200 m (the message says 350, as it always has).
+// becomes 4 m, and a 0 by day is taken as 200 m (the message says 350: the messages are
+// the system's own, letter for letter).
 uint16_t clamp_range(uint16_t d) {
     if (d == LASER_NO_ECHO) {
         std::puts("warning:laser 65535!\r");

@@ -78,8 +78,8 @@ int32_t VrelShareMemoryInit(VrelShareMan* shareman, int32_t memmode) {
     shareman->shm_key = static_cast<uint32_t>(key);
     // No IPC_EXCL: whichever of the reader and the writer starts first creates the segment,
     // the other attaches to it. A negative structlen becomes a huge size the kernel refuses.
-    const int shmid = zoomaf::platform().shmget(key, zoomaf::channels::segment_size(shareman->structlen),
-                                                IPC_CREAT | kPermissions);
+    const int shmid = zoomaf::platform().shmget(
+        key, zoomaf::channels::segment_size(shareman->structlen), IPC_CREAT | kPermissions);
     if (shmid < 0) {
         const int error = errno;
         std::printf(

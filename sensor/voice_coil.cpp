@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "zoomaf/service_state.h"
 #include "zoomaf/imx586.h"
+#include "zoomaf/service_state.h"
 
 namespace {
 

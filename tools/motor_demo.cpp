@@ -13,8 +13,8 @@
 #include <cstring>
 #include <string>
 
-#include "twin/module/board.hpp"
 #include "twin/kernel/recording_platform.hpp"
+#include "twin/module/board.hpp"
 #include "zoomaf/lib_motor.h"
 
 namespace {

@@ -12,22 +12,38 @@ namespace zoomaf::twin {
 const char* op_name(FaultRule::Op op) {
     using Op = FaultRule::Op;
     switch (op) {
-        case Op::open: return "open";
-        case Op::read: return "read";
-        case Op::write: return "write";
-        case Op::ioctl: return "ioctl";
-        case Op::fsync: return "fsync";
-        case Op::fopen: return "fopen";
-        case Op::access: return "access";
-        case Op::rename: return "rename";
-        case Op::sleep: return "sleep";
-        case Op::readback: return "readback";
-        case Op::transfer: return "transfer";
-        case Op::shmget: return "shmget";
-        case Op::shmat: return "shmat";
-        case Op::semget: return "semget";
-        case Op::semctl: return "semctl";
-        case Op::semop: return "semop";
+        case Op::open:
+            return "open";
+        case Op::read:
+            return "read";
+        case Op::write:
+            return "write";
+        case Op::ioctl:
+            return "ioctl";
+        case Op::fsync:
+            return "fsync";
+        case Op::fopen:
+            return "fopen";
+        case Op::access:
+            return "access";
+        case Op::rename:
+            return "rename";
+        case Op::sleep:
+            return "sleep";
+        case Op::readback:
+            return "readback";
+        case Op::transfer:
+            return "transfer";
+        case Op::shmget:
+            return "shmget";
+        case Op::shmat:
+            return "shmat";
+        case Op::semget:
+            return "semget";
+        case Op::semctl:
+            return "semctl";
+        case Op::semop:
+            return "semop";
     }
     return "?";
 }
@@ -46,10 +62,14 @@ std::string ipc_object_name(key_t key) {
 
 const char* fault_kind_name(FaultKind kind) {
     switch (kind) {
-        case FaultKind::timing: return "timing";
-        case FaultKind::chip_not_selected: return "chip not selected";
-        case FaultKind::frame_length: return "frame length";
-        case FaultKind::i2c_misuse: return "I2C misuse";
+        case FaultKind::timing:
+            return "timing";
+        case FaultKind::chip_not_selected:
+            return "chip not selected";
+        case FaultKind::frame_length:
+            return "frame length";
+        case FaultKind::i2c_misuse:
+            return "I2C misuse";
     }
     return "?";
 }
@@ -119,8 +139,8 @@ void FaultLog::record(FaultKind kind, std::string text) {
 }
 
 size_t FaultLog::count(FaultKind kind) const {
-    return static_cast<size_t>(std::count_if(faults_.begin(), faults_.end(),
-                                             [kind](const RecordedFault& f) { return f.kind == kind; }));
+    return static_cast<size_t>(std::count_if(
+        faults_.begin(), faults_.end(), [kind](const RecordedFault& f) { return f.kind == kind; }));
 }
 
 }  // namespace zoomaf::twin

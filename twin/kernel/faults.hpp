@@ -26,12 +26,22 @@ class Clock;
 
 struct FaultRule {
     enum class Op {
-        open, read, write, ioctl, fsync,            // descriptors and device nodes, by path
-        fopen, access, rename,                      // files, by path (rename: the source)
-        sleep,                                      // the clock
-        readback,                                   // the driver chip's register read-back
-        transfer,                                   // an I2C device: the address is not acknowledged
-        shmget, shmat, semget, semctl, semop,       // IPC objects, by key
+        open,
+        read,
+        write,
+        ioctl,
+        fsync,  // descriptors and device nodes, by path
+        fopen,
+        access,
+        rename,    // files, by path (rename: the source)
+        sleep,     // the clock
+        readback,  // the driver chip's register read-back
+        transfer,  // an I2C device: the address is not acknowledged
+        shmget,
+        shmat,
+        semget,
+        semctl,
+        semop,  // IPC objects, by key
     };
     Op op = Op::open;
     // The object: a board path (relative paths resolve against "/"), i2c_device_name() for

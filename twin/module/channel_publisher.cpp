@@ -35,8 +35,8 @@ ChannelPublisher::ChannelPublisher(Kernel& board, int memmode) : board_(board), 
     if (!length) throw std::invalid_argument("twin: no assist channel " + std::to_string(memmode));
     length_ = *length;
 
-    const int shmid =
-        board_.shmget(channels::shm_key(memmode), channels::segment_size(length_), IPC_CREAT | 0666);
+    const int shmid = board_.shmget(channels::shm_key(memmode), channels::segment_size(length_),
+                                    IPC_CREAT | 0666);
     if (shmid < 0) throw board_refused("shmget", memmode);
     void* attached = board_.shmat(shmid, nullptr, 0);
     if (attached == reinterpret_cast<void*>(-1)) throw board_refused("shmat", memmode);

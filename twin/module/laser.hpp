@@ -7,8 +7,8 @@
 #include <mutex>
 #include <optional>
 
-#include "twin/module/channel_publisher.hpp"
 #include "twin/kernel/random.hpp"
+#include "twin/module/channel_publisher.hpp"
 
 namespace zoomaf::twin {
 
