@@ -172,13 +172,10 @@ TEST_F(RunEngine, ARunInProgressIsRefusedAndTheFlagsCleared) {
     EXPECT_EQ(gRunData.motor[MOTOR_FOCUS].psum, 0);
 }
 
-class RevisedRunEngine : public TwinTest {
+class RevisedRunEngine : public RunEngine {
 protected:
     void SetUp() override {
-        TwinTest::SetUp();
-        bring_up_driver();
-        place_motor(twin::Motor::zoom, 0);
-        place_motor(twin::Motor::focus, 0);
+        RunEngine::SetUp();
         gRunData.multiple_cur = 3.5f;
     }
     static void plan(int motor, int dst, uint8_t dir, uint16_t total) {
