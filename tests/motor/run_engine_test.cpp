@@ -75,6 +75,9 @@ TEST_F(RunEngine, EachMotorMovesByItsPulsesInItsSenseOneVdPulsePerPeriod) {
         // both share one VD pulse per period
         {{1 | 2 << 2, 4, 16, 53, 4, 8},
          {{MOTOR_ZOOM, -48, 16, 0, 4, 16, 16}, {MOTOR_FOCUS, 37, 53, 1, 2, 8, 8}}},
+        // a motor in the order with nothing planned stays where it is
+        {{1 | 2 << 2, 2, 16, 69, 2, 4},
+         {{MOTOR_ZOOM, 16, 16, 0, 0, 0, 0}, {MOTOR_FOCUS, 53, 69, 1, 2, 8, 8}}},
     };
     uint64_t pulses = 0;
     for (const auto& [c, plans] : cases) {
@@ -93,7 +96,7 @@ TEST_F(RunEngine, EachMotorMovesByItsPulsesInItsSenseOneVdPulsePerPeriod) {
     EXPECT_EQ(gRunData.motor[MOTOR_FOCUS].last_dir, 1);
     EXPECT_THAT(output_, HasSubstr("use error_step is 0.\r\n"));
     EXPECT_THAT(output_, HasSubstr("] cur multiple:0.000000, zoom_cursteps: 16, "
-                                   "focus_cursteps: 53\n"));
+                                   "focus_cursteps: 69\n"));
 }
 
 TEST_F(RunEngine, ALateFocusMotorStartsAfterTheDelay) {
