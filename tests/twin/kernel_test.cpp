@@ -1,6 +1,6 @@
 // The twin's virtual kernel on its own: descriptors and the sandbox, sysfs GPIO, System V
-// IPC, the fault rules, the I2C buses with a register-file chip, and periodic events. The
-// kernel under many threads is met in the service's threaded tests and BoardThreads.
+// IPC, the fault rules, the I2C buses with the module's register-file chips, and periodic events.
+// The kernel under many threads is met in the service's threaded tests and BoardThreads.
 #include <sys/shm.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -12,6 +12,8 @@
 
 #include "board_io.hpp"
 #include "gmock/gmock.h"
+#include "twin/module/module_eeprom.hpp"
+#include "twin/module/sensor_id.hpp"
 
 namespace zoomaf::twin {
 namespace {
@@ -175,33 +177,20 @@ TEST(FaultRules, ARateFailsAboutThatShareInTheSameWayForTheSameSeed) {
     EXPECT_THROW(board.inject({.op = Op::open, .skip = -1}), std::invalid_argument);
 }
 
-// A chip of 8 KiB with two named registers, as the device models declare theirs: a
-// read-only status, and a write-only start register whose write sets the status.
-class StatusChip final : public RegisterFile16 {
-public:
-    static constexpr uint16_t kStatus = 0x0A01, kStart = 0x0A00;
-    static constexpr int kBus = 9, kAddress = 0x50;
-    explicit StatusChip(const DeviceContext& context)
-        : RegisterFile16("status chip", 0x2000, context) {
-        name_register(kStatus, "status", Access::read_only);
-        name_register(kStart, "start", Access::write_only);
-        for (uint16_t addr : {0x0000, 0x0001, 0x0020})
-            name_register(addr, "memory", Access::read_write);
-    }
-
-private:
-    void on_write(uint16_t addr, uint8_t value) override {
-        if (addr == kStart && value == 1) set_byte(kStatus, 0x01);
-    }
-};
-
+// The module memory (8 KiB, every byte readable and writable) on bus 9 and the sensor's
+// identification registers (named registers, some read-only) on bus 2: the two shapes of
+// register file the module's chips take.
 class I2cBusTest : public ::testing::Test {
 protected:
-    void SetUp() override { chip = board.make_i2c_device<StatusChip>(9, StatusChip::kAddress); }
+    void SetUp() override {
+        memory = board.make_i2c_device<ModuleEeprom>(9, kChip);
+        ids = board.make_i2c_device<SensorIdRegisters>(2, SensorIdRegisters::kAddress);
+    }
     int rdwr(std::vector<i2c_msg> messages) { return test::i2c_rdwr_on(board, 9, messages); }
     Kernel board;
-    std::shared_ptr<StatusChip> chip;
-    static constexpr uint16_t kChip = StatusChip::kAddress;
+    std::shared_ptr<ModuleEeprom> memory;
+    std::shared_ptr<SensorIdRegisters> ids;
+    static constexpr uint16_t kChip = ModuleEeprom::kAddress;
 };
 
 TEST_F(I2cBusTest, TransfersReachTheChipOnItsBusAndAreRecorded) {
@@ -213,18 +202,18 @@ TEST_F(I2cBusTest, TransfersReachTheChipOnItsBusAndAreRecorded) {
     ASSERT_EQ(transfers.size(), 2u);
     EXPECT_TRUE(!transfers[1].messages[0].read &&
                 transfers[1].messages[0].data == std::vector<uint8_t>({0x00, 0x00}));
-    EXPECT_EQ(chip->writes().size(), 2u);
+    EXPECT_EQ(memory->writes().size(), 2u);
     // The same address on another bus is nothing; a device brings its bus's node with it.
-    EXPECT_ERRNO(read_reg16(board, 2, kChip, 0x0000).result, ENOENT);
-    board.make_i2c_device<StatusChip>(2, kChip)->set_byte(0x0001, 0x9C);
-    EXPECT_THAT(read_reg16(board, 2, kChip, 0x0001).data, ElementsAre(0x9C));
+    EXPECT_ERRNO(read_reg16(board, 3, kChip, 0x0000).result, ENOENT);
+    board.make_i2c_device<ModuleEeprom>(3, kChip)->set_byte(0x0001, 0x9C);
+    EXPECT_THAT(read_reg16(board, 3, kChip, 0x0001).data, ElementsAre(0x9C));
 }
 
 TEST_F(I2cBusTest, AddressesAreRoutedAndRefusedAsTheKernelDoes) {
-    EXPECT_THROW(board.make_i2c_device<StatusChip>(9, kChip), std::logic_error);
-    EXPECT_THROW(board.make_i2c_device<StatusChip>(9, 0x03), std::invalid_argument);
-    EXPECT_THROW(board.make_i2c_device<StatusChip>(9, 0x78), std::invalid_argument);
-    EXPECT_THROW(board.make_i2c_device<StatusChip>(-1, 0x50), std::out_of_range);
+    EXPECT_THROW(board.make_i2c_device<ModuleEeprom>(9, kChip), std::logic_error);
+    EXPECT_THROW(board.make_i2c_device<ModuleEeprom>(9, 0x03), std::invalid_argument);
+    EXPECT_THROW(board.make_i2c_device<ModuleEeprom>(9, 0x78), std::invalid_argument);
+    EXPECT_THROW(board.make_i2c_device<ModuleEeprom>(-1, 0x50), std::out_of_range);
     // Messages before a NAK take effect, but no read data comes back.
     uint8_t store[3] = {0x00, 0x20, 0x44}, address[2] = {0x00, 0x20}, byte = 0xEE, probe = 0;
     EXPECT_ERRNO(rdwr({{kChip, 0, 3, store},
@@ -232,7 +221,7 @@ TEST_F(I2cBusTest, AddressesAreRoutedAndRefusedAsTheKernelDoes) {
                        {kChip, I2C_M_RD, 1, &byte},
                        {0x51, 0, 1, &probe}}),
                  ENXIO);
-    EXPECT_EQ(chip->byte(0x0020), 0x44);
+    EXPECT_EQ(memory->byte(0x0020), 0x44);
     EXPECT_EQ(byte, 0xEE);
     EXPECT_EQ(test::transfers(board, 9).back().messages.back().addr, 0x51) << "recorded to the NAK";
     // The kernel's limits are refused before anything is sent.
@@ -251,28 +240,27 @@ TEST_F(I2cBusTest, AddressesAreRoutedAndRefusedAsTheKernelDoes) {
 }
 
 TEST_F(I2cBusTest, MisuseIsRecordedAndReadOnlyRegistersKeepTheirValue) {
-    write_reg16(board, 9, kChip, StatusChip::kStart, {0x01});
-    EXPECT_THAT(read_reg16(board, 9, kChip, StatusChip::kStatus).data, ElementsAre(0x01));
+    constexpr uint16_t kIds = SensorIdRegisters::kAddress, kStatus = SensorIdRegisters::kOtpStatus;
+    write_reg16(board, 2, kIds, SensorIdRegisters::kOtpPage, {0x7F});
+    EXPECT_THAT(read_reg16(board, 2, kIds, kStatus).data, ElementsAre(0x00));
     EXPECT_TRUE(board.faults().empty()) << "all of these are proper uses";
-    write_reg16(board, 9, kChip, StatusChip::kStatus, {0x00});
-    EXPECT_EQ(chip->byte(StatusChip::kStatus), 0x01) << "a read-only register ignores writes";
-    read_reg16(board, 9, kChip, StatusChip::kStart);
-    write_reg16(board, 9, kChip, 0x0200, {0x00});
+    write_reg16(board, 2, kIds, kStatus, {0x01});
+    EXPECT_EQ(ids->byte(kStatus), 0x00) << "a read-only register ignores writes";
+    write_reg16(board, 2, kIds, 0x0200, {0x00});
     write_reg16(board, 9, kChip, 0x2001, {0x99});  // beyond 8 KiB: aliases to 0x0001
-    EXPECT_EQ(chip->byte(0x0001), 0x99);
-    uint8_t reg = 0x05, byte = 0;  // an 8-bit register address moves nothing
+    EXPECT_EQ(memory->byte(0x0001), 0x99);
+    uint8_t reg = 0x05, byte = 0xEE;  // an 8-bit register address moves nothing
     EXPECT_EQ(rdwr({{kChip, 0, 1, &reg}, {kChip, I2C_M_RD, 1, &byte}}), 2) << "acknowledged";
     EXPECT_EQ(byte, 0x00) << "read on from 0x0002";
     std::vector<std::string> texts;
     for (const auto& fault : board.faults()) texts.push_back(fault.text);
-    EXPECT_THAT(texts, ElementsAre(HasSubstr("read-only register 0x0A01 (status)"),
-                                   HasSubstr("write-only register 0x0A00 (start)"),
-                                   HasSubstr("0x0200, which the chip does not have"),
-                                   HasSubstr("status chip: address 0x2001"), HasSubstr("2 bytes"),
-                                   HasSubstr("0x0002")));
+    EXPECT_THAT(texts,
+                ElementsAre(HasSubstr("read-only register 0x0A01 (OTP read status)"),
+                            HasSubstr("0x0200, which the chip does not have"),
+                            HasSubstr("module EEPROM: address 0x2001"), HasSubstr("2 bytes")));
     std::vector<uint16_t> logged;
-    for (const auto& write : chip->writes()) logged.push_back(write.addr);
-    EXPECT_THAT(logged, ElementsAre(StatusChip::kStart, 0x0200, 0x0001))
+    for (const auto& write : ids->writes()) logged.push_back(write.addr);
+    EXPECT_THAT(logged, ElementsAre(SensorIdRegisters::kOtpPage, 0x0200))
         << "the ignored write is not logged";
 }
 

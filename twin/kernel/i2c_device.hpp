@@ -58,7 +58,7 @@ struct I2cRegisterWrite {
 
 class RegisterFile16 : public I2cDevice {
 public:
-    enum class Access { read_write, read_only, write_only };
+    enum class Access { read_write, read_only };
 
     // size: bytes in the register file, a power of two up to 0x10000. Address bits above it
     // are ignored by the chip (the address aliases), which is recorded as misuse.
@@ -79,7 +79,7 @@ public:
 
 protected:
     // Names a register. Once a device names any register, the bus reaching one it has not
-    // named is misuse, as are a write to a read-only and a read of a write-only register.
+    // named is misuse, as is a write to a read-only register.
     void name_register(uint16_t addr, std::string name, Access access);
     // Called after the bus stored a byte, for registers that act (start a read-out ...).
     virtual void on_write(uint16_t /*addr*/, uint8_t /*value*/) {}
