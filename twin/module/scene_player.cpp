@@ -27,11 +27,16 @@ uint16_t decimetres(double metres) {
     return static_cast<uint16_t>(std::clamp(std::lround(metres * 10.0), 0L, 65534L));
 }
 
+// A scene made in code may hold any rate; the laser takes 0 .. 1.
+double no_echo_rate(const LaserTarget& target) {
+    return target.no_echo_rate >= 0.0 ? std::min(target.no_echo_rate, 1.0) : 0.0;
+}
+
 LaserConfig laser_config(const Scene& scene, const ScenePlayerConfig& config) {
     const LaserTarget target = scene.start.laser.value_or(LaserTarget{});
     return LaserConfig{.period_ns = config.laser_period_ns,
                        .distance = decimetres(target.distance_m),
-                       .no_echo_rate = target.no_echo_rate,
+                       .no_echo_rate = no_echo_rate(target),
                        .seed = scene.seed};
 }
 
@@ -185,7 +190,7 @@ void ScenePlayer::set_laser(const std::optional<LaserTarget>& target) {
     laser_.set_present(target.has_value());
     if (!target) return;
     laser_.set_distance(decimetres(target->distance_m));
-    laser_.set_no_echo_rate(target->no_echo_rate);
+    laser_.set_no_echo_rate(no_echo_rate(*target));
 }
 
 void ScenePlayer::on_frame_time(uint64_t now_ns) {
