@@ -4,12 +4,14 @@
 #include <gmock/gmock.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <fstream>
 #include <map>
 #include <memory>
 #include <optional>
 #include <sstream>
+#include <thread>
 
 #include "ipc/area_focus.hpp"
 #include "tests/pdaflib/system_record.hpp"
@@ -251,6 +253,35 @@ duration_s: 10
     ASSERT_FALSE(frames.empty());
     EXPECT_LT(frames.back().grid[20].cl, 1000) << "phase detection fails at night";
     EXPECT_EQ(player().frames_made(), 270u) << "a frame every 33 ms for 9 s";
+}
+
+// The service reads the sensor on its focus thread and the channels on others, while the
+// scenario runner reads the truth: the frames come on whichever thread moves the clock.
+TEST_F(SceneOnBoard, FramesComeOnAnyThreadWhileOthersReadTheTruth) {
+    play(kTexturedWall);
+    std::atomic<bool> done{false};
+    std::thread focus_loop([&] {
+        for (int pass = 0; pass < 30; ++pass) {
+            read_grid();
+            board().sleep_ns(50'000'000);
+        }
+        done = true;
+    });
+    std::thread encoder_reader([&] {
+        while (!done) {
+            VrelFocusValues values{};
+            fv_publish_consume_encodered_data(&values);
+            board().sleep_ns(10'000'000);
+        }
+    });
+    while (!done) {
+        EXPECT_FALSE(std::isnan(player().centre_in_focus_step()));
+        EXPECT_LE(player().frames().size(), 1024u);
+        board().sleep_ns(20'000'000);
+    }
+    focus_loop.join();
+    encoder_reader.join();
+    EXPECT_GE(player().frames_made(), 45u) << "2 s of board time at least";
 }
 
 TEST(SceneFile, ReadsBackWhatItWritesAndTheGalleryReads) {
