@@ -53,6 +53,15 @@ uint64_t Clock::book_sleep(uint64_t ns) {
     return static_cast<uint64_t>(static_cast<double>(ns) / speed_);
 }
 
+uint64_t Clock::pass_bus_time(uint64_t ns) {
+    bus_ns_ += ns;
+    if (!real_time_) {
+        virtual_ns_ += ns;
+        return 0;
+    }
+    return static_cast<uint64_t>(static_cast<double>(ns) / speed_);
+}
+
 void Clock::set_real_time(double speed) {
     if (!(speed > 0.0) || !std::isfinite(speed)) {
         throw std::invalid_argument("twin clock: real-time speed must be a positive number");

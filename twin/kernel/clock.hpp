@@ -31,6 +31,10 @@ public:
     // clock has already advanced), ns / speed in real-time mode.
     uint64_t book_sleep(uint64_t ns);
     uint64_t slept_ns() const { return slept_ns_; }
+    // Lets the wire time of a bus transfer pass, which is not a sleep. Returns the real time
+    // to wait for it, as book_sleep does.
+    uint64_t pass_bus_time(uint64_t ns);
+    uint64_t bus_ns() const { return bus_ns_; }  // wire time of every transfer so far
     uint64_t sleep_calls() const { return sleep_calls_; }
 
     // Real-time mode at `speed` times real time (speed > 0), continuous with the current
@@ -49,6 +53,7 @@ private:
     uint64_t real_anchor_ns_ = 0;              // CLOCK_MONOTONIC when real time was entered
     uint64_t wall_epoch_us_;                   // wall time at virtual time kMonotonicStartNs
     uint64_t slept_ns_ = 0;
+    uint64_t bus_ns_ = 0;
     uint64_t sleep_calls_ = 0;
 };
 

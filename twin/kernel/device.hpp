@@ -20,13 +20,24 @@
 
 namespace zoomaf::twin {
 
+// The wire time of the bus transfers made in one call into the kernel. The devices add to
+// it while they carry the transfer; the kernel lets that much board time pass when the call
+// is done, so a transfer costs on the board clock what it costs on a board.
+struct BusTime {
+    uint64_t pending_ns = 0;
+};
+
 // What an emulated device may use of the kernel: the clock, the log of the faults the
-// hardware records and the fault hook. Devices are called under the kernel mutex and never
-// call the kernel themselves.
+// hardware records, the fault hook and the bus time. Devices are called under the kernel
+// mutex and never call the kernel themselves.
 struct DeviceContext {
     const Clock& clock;
     FaultLog& recorded;
     FaultInjector& injected;
+    BusTime& bus_time;
+
+    // The bus is busy for ns more of the current call (its wire time).
+    void occupy_bus(uint64_t ns) const { bus_time.pending_ns += ns; }
 
     // The fault hook of an object: the errno of an injected fault for this call, or nothing
     // to let the call through to the model.

@@ -59,6 +59,12 @@ void I2cBus::attach(int addr, std::shared_ptr<I2cDevice> device) {
     }
 }
 
+uint64_t I2cBus::wire_time_ns(std::span<const size_t> message_lengths) {
+    uint64_t bits = 1;  // the stop
+    for (size_t length : message_lengths) bits += 1 + 9 + 9 * uint64_t{length};
+    return bits * kBitNs;
+}
+
 int I2cBus::transfer(std::span<const i2c_msg> messages) {
     // The kernel checks every message before the first one goes on the wire.
     for (const i2c_msg& m : messages) {
@@ -82,6 +88,7 @@ int I2cBus::transfer(std::span<const i2c_msg> messages) {
         if (error) {
             record.messages.push_back(I2cMessageRecord{m.addr, read, {}});
             record.error = *error;
+            occupy_bus(record);
             transfers_.push_back(std::move(record));
             return fail(*error);
         }
@@ -101,8 +108,15 @@ int I2cBus::transfer(std::span<const i2c_msg> messages) {
             std::memcpy(messages[i].buf, record.messages[i].data.data(), messages[i].len);
         }
     }
+    occupy_bus(record);
     transfers_.push_back(std::move(record));
     return static_cast<int>(messages.size());
+}
+
+void I2cBus::occupy_bus(const I2cTransferRecord& record) const {
+    std::vector<size_t> lengths;
+    for (const I2cMessageRecord& m : record.messages) lengths.push_back(m.data.size());
+    context_.occupy_bus(wire_time_ns(lengths));
 }
 
 }  // namespace zoomaf::twin

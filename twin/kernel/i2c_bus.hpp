@@ -13,6 +13,10 @@
 // read and write (and the I2C_SLAVE address they need) fail with EINVAL, every other
 // request with ENOTTY. Each device's fault hook (FaultRule::Op::transfer, target
 // i2c_device_name(bus, addr)) can make it not acknowledge its address.
+//
+// A transfer occupies the bus for its bits at 400 kHz (fast mode): per message a start (or
+// repeated start) and the address byte with its acknowledge, nine bits per data byte, and a
+// stop at the end; a NAK ends the transfer after that address.
 #pragma once
 
 #include <linux/i2c.h>
@@ -50,6 +54,10 @@ public:
     static constexpr size_t kMaxMessageLength = 8192;  // i2c-dev's limit per message
     static constexpr int kFirstAddress = 0x08;         // 0x00..0x07 and 0x78..0x7F are
     static constexpr int kLastAddress = 0x77;          // reserved by the I2C standard
+    static constexpr uint64_t kBitNs = 2500;           // one bit at 400 kHz
+
+    // Wire time of a transfer whose messages carry these byte counts.
+    static uint64_t wire_time_ns(std::span<const size_t> message_lengths);
 
     I2cBus(int number, const DeviceContext& context) : number_(number), context_(context) {}
     static std::string path(int number);
@@ -68,6 +76,8 @@ public:
     void clear_transfers() { transfers_.clear(); }
 
 private:
+    void occupy_bus(const I2cTransferRecord& record) const;
+
     int number_;
     const DeviceContext& context_;
     std::map<int, std::shared_ptr<I2cDevice>> devices_;

@@ -6,6 +6,7 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
+#include <utility>
 
 namespace zoomaf::twin {
 
@@ -54,11 +55,11 @@ Kernel::Kernel(KernelConfig config)
     : clock_(config.seed),
       recorded_(clock_),
       injector_(config.seed),
-      context_{clock_, recorded_, injector_},
+      context_{clock_, recorded_, injector_, bus_time_},
       sandbox_(config.sandbox),
       ipc_(config.seed),
       gpio_(devices_, clock_),
-      spi_(std::make_shared<SpiDevice>()) {
+      spi_(std::make_shared<SpiDevice>(context_)) {
     devices_.add(SpiDevice::kPath, spi_);
     add_face(clock_);
     add_face(gpio_);
@@ -130,11 +131,30 @@ ssize_t Kernel::write(int fd, const void* buf, size_t n) {
 }
 
 int Kernel::ioctl(int fd, unsigned long request, void* arg) {
-    std::lock_guard lock(mutex_);
-    FileTable::Entry* entry = files_.find(fd);
-    if (entry == nullptr) return fail(EBADF, -1);
-    if (auto error = injected(FaultRule::Op::ioctl, entry->path)) return fail(*error, -1);
-    return entry->file->ioctl(request, arg);
+    // The transfer runs from the call on, like a sleep: time spent waiting for the kernel
+    // mutex counts towards its wire time.
+    const uint64_t start_ns = Clock::real_monotonic_ns();
+    int result = 0;
+    uint64_t bus_ns = 0, real_ns = 0;
+    {
+        std::lock_guard lock(mutex_);
+        FileTable::Entry* entry = files_.find(fd);
+        if (entry == nullptr) return fail(EBADF, -1);
+        if (auto error = injected(FaultRule::Op::ioctl, entry->path)) return fail(*error, -1);
+        bus_time_.pending_ns = 0;
+        result = entry->file->ioctl(request, arg);
+        bus_ns = std::exchange(bus_time_.pending_ns, 0);
+        if (bus_ns != 0) real_ns = clock_.pass_bus_time(bus_ns);
+    }
+    if (bus_ns == 0) return result;
+    const int error = errno;  // the events may touch errno; the caller reads the ioctl's
+    if (real_ns != 0) {
+        tighten_timer_slack();
+        sleep_until_real(start_ns + real_ns);
+    }
+    run_due_events();
+    errno = error;
+    return result;
 }
 
 int Kernel::access(const char* path, int mode) {

@@ -60,6 +60,9 @@ public:
     int close(int fd) override;
     ssize_t read(int fd, void* buf, size_t n) override;
     ssize_t write(int fd, const void* buf, size_t n) override;
+    // A bus transfer (I2C_RDWR, SPI_IOC_MESSAGE) takes its wire time on the board clock:
+    // virtual mode advances the clock, real-time mode waits it out from the call on; the
+    // periodic events that fall due meanwhile run as after a sleep.
     int ioctl(int fd, unsigned long request, void* arg) override;
     int access(const char* path, int mode) override;
     // A real FILE* on the sandbox file; device nodes cannot be opened this way (ENXIO).
@@ -184,6 +187,7 @@ private:
     Clock clock_;
     FaultLog recorded_;
     FaultInjector injector_;
+    BusTime bus_time_;
     const DeviceContext context_;
     PeriodicEvents periodic_;
     std::atomic<size_t> periodic_count_{0};  // lets sleeps skip the events when there are none

@@ -112,6 +112,9 @@ int SpiDevice::transfer(const void* arg, size_t count) {
             std::memcpy(reinterpret_cast<void*>(t.rx_buf), wire_rx.data(), t.len);
         }
         total += t.len;
+        const uint32_t speed_hz = t.speed_hz != 0 ? t.speed_hz : max_speed_hz_;
+        if (speed_hz != 0) context_.occupy_bus(uint64_t{t.len} * 8u * 1'000'000'000u / speed_hz);
+        context_.occupy_bus(uint64_t{t.delay_usecs} * 1000u);
     }
     ++messages_;
     return static_cast<int>(total);

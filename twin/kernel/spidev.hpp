@@ -4,7 +4,8 @@
 // transfer is one frame handed to the device connected to the bus (none: the frame goes
 // nowhere and reads zeros). The device on this bus is LSB-first: when the mode lacks
 // SPI_LSB_FIRST the controller shifts MSB-first, so the device sees every byte bit-reversed
-// and its answer comes back bit-reversed too.
+// and its answer comes back bit-reversed too. Each transfer occupies the bus for its bits at
+// its speed (the transfer's own speed_hz, else the maximum speed set) plus its delay_usecs.
 #pragma once
 
 #include <cstdint>
@@ -24,6 +25,8 @@ public:
     // has the size of tx.
     using Bus = std::function<void(std::span<const uint8_t> tx, std::span<uint8_t> rx)>;
 
+    explicit SpiDevice(const DeviceContext& context) : context_(context) {}
+
     std::unique_ptr<OpenFile> open(int flags) override;
     // Wires the device on the bus (the camera module does, for the driver chip).
     void connect(Bus bus) { bus_ = std::move(bus); }
@@ -39,6 +42,7 @@ public:
 private:
     int transfer(const void* arg, size_t count);
 
+    const DeviceContext& context_;
     Bus bus_;
     uint32_t mode_ = 0;
     uint8_t bits_per_word_ = 8;

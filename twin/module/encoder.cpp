@@ -6,12 +6,14 @@ namespace zoomaf::twin {
 
 Encoder::Encoder(Kernel& board, EncoderConfig config)
     : board_(board), channel_(board, VREL_FV_CHANNEL) {
-    event_ = board_.add_periodic(config.frame_period_ns,
-                                 [this](uint64_t now_ns) { encode_frame(now_ns); });
+    if (config.frame_period_ns != 0) {
+        event_ = board_.add_periodic(config.frame_period_ns,
+                                     [this](uint64_t now_ns) { encode_frame(now_ns); });
+    }
 }
 
 Encoder::~Encoder() {
-    board_.cancel_periodic(event_);
+    if (event_ != 0) board_.cancel_periodic(event_);
 }
 
 void Encoder::set_focus_values(int64_t fv1, int64_t fv2) {
@@ -39,6 +41,10 @@ void Encoder::encode_frame(uint64_t now_ns) {
         values = fixed_;
     }
     if (source) values = source(now_ns);  // without the lock: the source may take its time
+    encode(values);
+}
+
+void Encoder::encode(FocusValues values) {
     VrelFocusValues payload{};
     payload.fv1 = values.fv1;
     payload.fv2 = values.fv2;

@@ -1,7 +1,7 @@
 // The video encoder of the camera, as the focus service sees it: every frame it publishes
-// the frame's two sharpness values (fv1, fv2) into channel 30. For now the values come from
-// the control face or a source function; the optics that make them peak at the true focus
-// plug in as such a source.
+// the frame's two sharpness values (fv1, fv2) into channel 30. The values come from the
+// control face or a source function, on the encoder's own frame clock; or the scene player
+// (twin/module/scene_player.hpp) clocks the frames and hands each frame's values to encode().
 #pragma once
 
 #include <cstdint>
@@ -20,7 +20,8 @@ struct FocusValues {
 };
 
 struct EncoderConfig {
-    uint64_t frame_period_ns = 33'333'333;  // 30 frames a second
+    // 30 frames a second; 0: no clock of its own, the frames come through encode().
+    uint64_t frame_period_ns = 33'333'333;
 };
 
 class Encoder {
@@ -40,6 +41,8 @@ public:
     // Fixed values for the following frames (drops a source).
     void set_focus_values(int64_t fv1, int64_t fv2);
     void set_source(Source source);
+    // Publishes one frame's values now.
+    void encode(FocusValues values);
     uint64_t frames() const;  // frames published so far
 
 private:

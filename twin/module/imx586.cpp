@@ -127,7 +127,7 @@ void Imx586::release_group_hold() {
     RegisterFile16::receive(pointer);
 }
 
-void Imx586::store_window(uint16_t first, const Measurement& m) {
+void Imx586::store_window(uint16_t first, const PdCl& m) {
     const PdClBytes bytes = encode_pd_cl(m.pd, m.cl);
     set_byte(first, bytes.b0);
     set_byte(first + 1u, bytes.b1);
@@ -144,7 +144,7 @@ void Imx586::publish_frame() {
             if ((byte(kWindowEnable + k) & 1) != 0) store_window(kPdClBlock + 4 * k, windows_[k]);
         }
     } else if (area_mode() == kAreaModeGrid) {
-        for (int index = 0; index < kGridColumns * kGridRows; ++index) {
+        for (int index = 0; index < kGridWindows; ++index) {
             const int row = index / kGridColumns;
             const int column = index % kGridColumns;
             store_window(static_cast<uint16_t>(kPdClBlock + 64 * row + 4 * column), grid_[index]);
@@ -154,13 +154,20 @@ void Imx586::publish_frame() {
 
 void Imx586::set_window_pd_cl(int window, int pd, int cl) {
     check_index(window, kWindows, "PDAF window");
-    windows_[window] = Measurement{pd, cl};
+    windows_[window] = PdCl{pd, cl};
     publish_frame();
 }
 
 void Imx586::set_grid_pd_cl(int index, int pd, int cl) {
-    check_index(index, kGridColumns * kGridRows, "PDAF grid window");
-    grid_[index] = Measurement{pd, cl};
+    check_index(index, kGridWindows, "PDAF grid window");
+    grid_[index] = PdCl{pd, cl};
+    publish_frame();
+}
+
+void Imx586::show_frame(const std::array<PdCl, kGridWindows>& grid,
+                        const std::array<PdCl, kWindows>& windows) {
+    grid_ = grid;
+    windows_ = windows;
     publish_frame();
 }
 

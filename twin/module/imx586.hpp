@@ -35,6 +35,12 @@ struct PdClBytes {
     uint8_t b0, b1, b2, b3;
 };
 
+// A window's reading: phase difference and confidence level.
+struct PdCl {
+    int pd = 0;
+    int cl = 0;
+};
+
 struct PdWindowGeometry {
     int x_start, y_start, x_end, y_end;  // 13-bit register values as written
     bool enabled;
@@ -61,6 +67,7 @@ public:
     static constexpr int kWindows = 8;
     static constexpr int kGridColumns = 8;
     static constexpr int kGridRows = 6;
+    static constexpr int kGridWindows = kGridColumns * kGridRows;
     // What the 11-bit PD field can carry; the sensor saturates beyond.
     static constexpr int kPdMin = -1022;
     static constexpr int kPdMax = 1023;
@@ -82,6 +89,9 @@ public:
     // or when the PD readout hold is released.
     void set_window_pd_cl(int window, int pd, int cl);
     void set_grid_pd_cl(int index, int pd, int cl);
+    // A whole frame at once: every grid window and the eight windows.
+    void show_frame(const std::array<PdCl, kGridWindows>& grid,
+                    const std::array<PdCl, kWindows>& windows);
     // Analogue gain code 0..1023 (std::out_of_range otherwise).
     void set_gain_code(int code);
     int gain_code() const;
@@ -99,22 +109,18 @@ private:
         uint16_t addr;
         uint8_t value;
     };
-    struct Measurement {
-        int pd = 0;
-        int cl = 0;
-    };
 
     void on_write(uint16_t addr, uint8_t value) override;
     void release_group_hold();
     // Writes the newest PD/CL frame into the block, unless the readout hold keeps it.
     void publish_frame();
-    void store_window(uint16_t first, const Measurement& m);
+    void store_window(uint16_t first, const PdCl& m);
 
     bool group_hold_ = false;
     bool pd_read_hold_ = false;
     std::vector<HeldWrite> held_;
-    std::array<Measurement, kWindows> windows_{};
-    std::array<Measurement, kGridColumns * kGridRows> grid_{};
+    std::array<PdCl, kWindows> windows_{};
+    std::array<PdCl, kGridWindows> grid_{};
 };
 
 }  // namespace zoomaf::twin

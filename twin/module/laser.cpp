@@ -28,6 +28,11 @@ Laser::~Laser() {
     board_.cancel_periodic(event_);
 }
 
+void Laser::set_present(bool present) {
+    std::lock_guard lock(mutex_);
+    present_ = present;
+}
+
 void Laser::set_distance(uint16_t decimetres) {
     std::lock_guard lock(mutex_);
     distance_ = decimetres;
@@ -57,6 +62,7 @@ void Laser::measure(uint64_t /*now_ns*/) {
     uint16_t reading = 0;
     {
         std::lock_guard lock(mutex_);
+        if (!present_) return;
         // Drawn for every measurement, so the no-echo pattern depends on the seed only.
         const bool lost = random_.unit() < no_echo_rate_;
         reading = (no_echo_ || lost) ? kNoEcho : distance_;

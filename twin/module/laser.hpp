@@ -34,6 +34,8 @@ public:
     Laser& operator=(const Laser&) = delete;
 
     // ---- control face ----
+    // While absent, nothing is measured or published: a camera without a laser.
+    void set_present(bool present);
     void set_distance(uint16_t decimetres);
     // While set, every measurement is a no-echo reading (nothing in range, fog, sky).
     void set_no_echo(bool no_echo);
@@ -50,6 +52,7 @@ private:
     ChannelPublisher channel_;
     mutable std::mutex mutex_;
     uint16_t distance_;
+    bool present_ = true;
     bool no_echo_ = false;
     double no_echo_rate_;
     SeededRandom random_;

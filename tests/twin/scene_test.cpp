@@ -1,0 +1,345 @@
+// The scene behind the twin, closed loop: the lens placed against the truth, the sensor read
+// through the service's register access and its defocus library, the focus values and the
+// area point through the service's channel readers; and the scene files.
+#include <gmock/gmock.h>
+
+#include <algorithm>
+#include <cmath>
+#include <fstream>
+#include <map>
+#include <memory>
+#include <optional>
+#include <sstream>
+#include <thread>
+
+#include "ipc/area_focus.hpp"
+#include "tests/pdaflib/system_record.hpp"
+#include "tests/support/twin_test.hpp"
+#include "twin/module/lens_model.hpp"
+#include "twin/module/pd_conversion.hpp"
+#include "twin/module/scene_file.hpp"
+#include "twin/module/scene_player.hpp"
+#include "zoomaf/assist_info.h"
+#include "zoomaf/imx586.h"
+
+namespace zoomaf::test {
+namespace {
+
+using ::testing::HasSubstr;
+using twin::Motor;
+
+constexpr uint64_t kFrameNs = 33'333'333;
+// The zoom positions of the lens at x3.5, x6.4 and x11 (knots of the lens model).
+const int kWide = static_cast<int>(twin::kLensKnots.zoom_steps[4]);
+const int kMiddle = static_cast<int>(twin::kLensKnots.zoom_steps[3]);
+const int kTele = static_cast<int>(twin::kLensKnots.zoom_steps[0]);
+
+twin::Scene scene_of(const std::string& text) {
+    const twin::SceneFileResult result = twin::parse_scene(text);
+    EXPECT_TRUE(result.scene) << result.error;
+    return result.scene.value_or(twin::Scene{});
+}
+
+struct GridReading {
+    std::array<int64_t, 48> pd{}, cl{};
+};
+
+class SceneOnBoard : public TwinTest {
+protected:
+    // Plays the scene, with the sensor's PD output on the 8 x 6 grid, as the day focus sets
+    // it up.
+    void play(const std::string& scene_text) {
+        player_ = std::make_unique<twin::ScenePlayer>(board(), scene_of(scene_text));
+        quietly([] {
+            switch_pd_output(1);
+            write_dcc_roi(1);
+        });
+    }
+    twin::ScenePlayer& player() { return *player_; }
+
+    // Places the lens and lets two frames pass, so the frame on show was exposed there.
+    void place_lens(int zoom, int focus) {
+        place_motor(Motor::zoom, zoom);
+        place_motor(Motor::focus, focus);
+        board().sleep_ns(2 * kFrameNs);
+    }
+
+    // The 48 grid windows as the service reads them: under the PD readout hold, three bytes
+    // a window at 0xC808 + 64 row + 4 column, decoded the sensor's way.
+    GridReading read_grid() {
+        GridReading grid;
+        write_imx586_pd_read_hold(1);
+        for (int i = 0; i < 48; ++i) {
+            uint8_t b[3] = {};
+            for (uint16_t k = 0; k < 3; ++k) {
+                read_imx586_single_reg(
+                    static_cast<uint16_t>(0xC808 + 64 * (i / 8) + 4 * (i % 8) + k), &b[k]);
+            }
+            grid.cl[i] = b[0] << 3 | b[1] >> 5;
+            const int v = (((b[1] << 6) & 0x7C0) | (b[2] >> 2)) - 1;
+            grid.pd[i] = (v >> 4) >= 64 ? v - 2046 : v;
+        }
+        write_imx586_pd_read_hold(0);
+        return grid;
+    }
+
+    // The defocus, in focus steps, the service's library makes of a grid window's PD and CL
+    // with the DCC values of the shipped file, on the window of the 48-window layout.
+    double library_defocus(int window, int64_t pd, int64_t cl) {
+        std::copy(eeprom_dcc, eeprom_dcc + 48, record_.dcc.begin());  // loaded by the test
+        const int column = window % 8, row = window / 8;
+        record_.input.WindowXStart = static_cast<uint16_t>(80 + 480 * column);
+        record_.input.WindowXEnd = static_cast<uint16_t>(560 + 480 * column);
+        record_.input.WindowYStart = static_cast<uint16_t>(420 + 360 * row);
+        record_.input.WindowYEnd = static_cast<uint16_t>(780 + 360 * row);
+        record_.input.PhaseDifference = pd;
+        record_.input.ConfidenceLevel = cl;
+        return static_cast<double>(record_.run().Defocus) / 16384.0;
+    }
+
+    // The mean PD of a window over four frames (the noise halved) and its last CL.
+    std::pair<int64_t, int64_t> settled_pd_cl(int window) {
+        int64_t sum = 0, cl = 0;
+        for (int frame = 0; frame < 4; ++frame) {
+            board().sleep_ns(kFrameNs);
+            const GridReading grid = read_grid();
+            sum += grid.pd[window];
+            cl = grid.cl[window];
+        }
+        return {(sum + 2) / 4, cl};
+    }
+
+    // fv2 of the frame now on the encoder's channel, through the service's reader.
+    int64_t fv2() {
+        VrelFocusValues values{};
+        EXPECT_EQ(fv_publish_consume_encodered_data(&values), 0) << "a new frame each period";
+        return values.fv2;
+    }
+
+    SystemRecord record_;
+    std::unique_ptr<twin::ScenePlayer> player_;
+};
+
+const char* const kTexturedWall = R"(
+subject: {distance_m: 12, texture: 0.8}
+windows:
+  - {index: [5, 6], distance_m: 5, texture: 0.9}
+  - {index: 40, texture: 0.03}   # a blank patch of wall
+)";
+
+TEST_F(SceneOnBoard, AtTheTrueStepPdIsZeroAndOffItTheServiceLibraryGivesTheDefocusBack) {
+    play(kTexturedWall);
+    std::ifstream file(ZOOMAF_DCC_FILE, std::ios::binary);
+    std::ostringstream dcc;
+    dcc << file.rdbuf();
+    board().write_file(IMX586_DCC_FILE, dcc.str());
+    quietly([] { read_dcc_data_reg_byfile(IMX586_DCC_FILE, eeprom_dcc); });
+    ASSERT_EQ(eeprom_dcc[0], twin::kPdConversionKnots.calibrated_dcc[0]) << "the shipped file";
+
+    uint64_t readout_ns = 0;
+    // The defocus stays where the confidence is high: the tele end blurs faster.
+    const std::pair<int, std::array<int, 4>> zooms[] = {{kWide, {-100, -40, 40, 100}},
+                                                        {kTele, {-60, -30, 30, 60}}};
+    for (const auto& [zoom, defocus_steps] : zooms) {
+        place_motor(Motor::zoom, zoom);
+        const double truth = player().in_focus_step(20);
+        const int in_focus = static_cast<int>(std::lround(truth));
+        place_lens(zoom, in_focus);
+        const uint64_t before = board().now_ns();
+        GridReading grid = read_grid();
+        readout_ns = board().now_ns() - before;
+        for (int i = 0; i < 48; ++i) {
+            if (i == 5 || i == 6) continue;  // nearer: out of focus
+            if (i == 40) {
+                EXPECT_LT(grid.cl[i], 150) << "a blank wall";
+                continue;
+            }
+            EXPECT_LE(std::abs(grid.pd[i]), 12) << "window " << i << " within noise of 0";
+            EXPECT_GE(grid.cl[i], 2000) << "window " << i;
+        }
+        if (zoom == kWide) {
+            EXPECT_LT(grid.pd[5], -500) << "the nearer subject: the lens stands too low";
+        }
+        for (int defocus : defocus_steps) {
+            place_lens(zoom, in_focus + defocus);
+            const double off = in_focus + defocus - truth;
+            for (int window : {0, 20, 47}) {
+                const auto [pd, cl] = settled_pd_cl(window);
+                EXPECT_NEAR(library_defocus(window, pd, cl), off, 0.05 * std::fabs(off))
+                    << "zoom " << zoom << ", window " << window << ", PD " << pd << ", CL " << cl;
+            }
+            EXPECT_LT(read_grid().cl[40], 150) << "the blank wall at any defocus";
+        }
+    }
+    // 144 reads of one register (120 us each at 400 kHz) and the hold set and released (95 us
+    // each, and the service's 20 us wait after each write).
+    EXPECT_EQ(readout_ns, 17'510'000u) << "one 48-window readout";
+}
+
+TEST_F(SceneOnBoard, FocusValuesPeakAtTheTrueStepNarrowingAsTheLensZoomsIn) {
+    play("subject: {distance_m: 30, texture: 0.7}");
+    double previous_width = 1e9;
+    for (int zoom : {kWide, kMiddle, kTele}) {
+        place_motor(Motor::zoom, zoom);
+        const double truth = player().centre_in_focus_step();
+        std::vector<std::pair<int, int64_t>> sweep;  // (defocus, fv2)
+        for (int defocus = -60; defocus <= 60; defocus += 2) {
+            place_lens(zoom, static_cast<int>(std::lround(truth)) + defocus);
+            sweep.emplace_back(defocus, fv2());
+        }
+        const auto peak = std::max_element(sweep.begin(), sweep.end(),
+                                           [](auto& a, auto& b) { return a.second < b.second; });
+        EXPECT_LE(std::abs(peak->first), 4) << "zoom " << zoom;
+        // Unimodal: falling away from the peak in strides of 10 steps on either side.
+        for (size_t i = 5; i < sweep.size(); i += 5) {
+            const auto& [near, near_fv] = sweep[i - 5];
+            const auto& [far, far_fv] = sweep[i];
+            if (near >= 0) {
+                EXPECT_GT(near_fv, far_fv) << "zoom " << zoom << " at " << far;
+            } else if (far <= 0) {
+                EXPECT_LT(near_fv, far_fv) << "zoom " << zoom << " at " << near;
+            }
+        }
+        const auto half = std::count_if(sweep.begin(), sweep.end(),
+                                        [&](auto& s) { return s.second > peak->second / 2; });
+        const double width = 2.0 * static_cast<double>(half);
+        EXPECT_LT(width, previous_width) << "zoom " << zoom << ": depth of focus narrows";
+        previous_width = width;
+    }
+}
+
+TEST_F(SceneOnBoard, EventsActOnBoardTime) {
+    play(R"(
+subject: {distance_m: 12, texture: 0.8}
+laser: {distance_m: 12, no_echo: 0.2}
+events:
+  - {at: 6.0, laser: {distance_m: 30}, subject: {distance_m: 30}}
+  - {at: 7.0, laser: none, light: night, area_point: [2600, 900], zoom: 8}
+  - {at: 8.0, laser: {distance_m: 7.04, no_echo: 0}}
+duration_s: 10
+)");
+    place_motor(Motor::zoom, kWide);
+    const double near_step = player().in_focus_step(20);
+    VrelShareMan area{};
+    ASSERT_EQ(VrelShareManInit(&area, VREL_AREA_FOCUS_CHANNEL), 0);
+    player().start_events();
+    std::map<int, std::string> seen;  // second -> laser readings, '-' for none
+    std::optional<VrelAreaFocusPoint> point;
+    for (int tenth = 1; tenth <= 90; ++tenth) {
+        const uint64_t readings = player().laser().readings();
+        board().sleep_ns(100'000'000);
+        const bool measured = player().laser().readings() > readings;
+        const uint16_t reading = player().laser().last_reading().value_or(0);
+        seen[(tenth - 1) / 10] += !measured          ? "-"
+                                  : reading == 65535 ? "x"
+                                                     : std::to_string(reading) + " ";
+        quietly([&] { ipc::take_area_focus_point(area, point); });
+        EXPECT_EQ(point.has_value(), tenth > 70) << "published at 7 s, at " << tenth;
+    }
+    const std::string first_six = seen[0] + seen[1] + seen[2] + seen[3] + seen[4] + seen[5];
+    const auto lost = std::count(first_six.begin(), first_six.end(), 'x');
+    EXPECT_TRUE(lost >= 5 && lost <= 20) << "20 % of 60: " << first_six;
+    EXPECT_EQ(std::count(first_six.begin(), first_six.end(), ' ') + lost, 60) << first_six;
+    EXPECT_THAT(seen[6], HasSubstr("300 ")) << "30 m from 6 s on";
+    EXPECT_EQ(seen[7], "----------") << "no laser from 7 s";
+    EXPECT_EQ(seen[8], "70 70 70 70 70 70 70 70 70 70 ");
+    ASSERT_TRUE(point);
+    EXPECT_EQ(std::pair(point->point_x, point->point_y), std::pair(2600, 900));
+    EXPECT_LT(player().in_focus_step(20), near_step) << "the subject moved away";
+    EXPECT_EQ(player().state().lux, twin::kNightLux);
+    EXPECT_EQ(sensor_reg(0x0204) << 8 | sensor_reg(0x0205), 960) << "gain 16 at night";
+    const auto frames = player().frames();
+    ASSERT_FALSE(frames.empty());
+    EXPECT_LT(frames.back().grid[20].cl, 1000) << "phase detection fails at night";
+    EXPECT_EQ(player().frames_made(), 270u) << "a frame every 33 ms for 9 s";
+}
+
+// The service reads the sensor on its focus thread and the channels on others, while the
+// scenario runner reads the truth: the frames come on whichever thread moves the clock.
+TEST_F(SceneOnBoard, FramesComeOnAnyThreadWhileOthersReadTheTruth) {
+    play(kTexturedWall);
+    std::thread focus_loop([&] {
+        for (int pass = 0; pass < 30; ++pass) {
+            read_grid();
+            board().sleep_ns(50'000'000);
+        }
+    });
+    std::thread encoder_reader([&] {
+        for (int frame = 0; frame < 100; ++frame) {
+            VrelFocusValues values{};
+            fv_publish_consume_encodered_data(&values);
+            board().sleep_ns(10'000'000);
+        }
+    });
+    for (int look = 0; look < 50; ++look) {
+        EXPECT_FALSE(std::isnan(player().centre_in_focus_step()));
+        EXPECT_LE(player().frames().size(), 1024u);
+        board().sleep_ns(20'000'000);
+    }
+    focus_loop.join();
+    encoder_reader.join();
+    EXPECT_GE(player().frames_made(), 90u) << "3.5 s of board time at least";
+}
+
+TEST(SceneFile, ReadsBackWhatItWritesAndTheGalleryReads) {
+    const char* const every_key = R"(
+name: every key
+seed: 7
+module: ms41908
+lens_offset_steps: -4.5
+start_multiple: 3.5
+light: 250
+subject: {distance_m: .inf, texture: 0.25}
+windows: [{index: [11, 12], distance_m: 5, texture: 0.9}, {index: 47, texture: 0}]
+laser: {distance_m: 12, no_echo: 0.05}
+events:
+  - {at: 2.0, zoom: 8.0}
+  - {at: 4.0, subject: {distance_m: 30}, laser: {distance_m: 30}, light: night}
+  - {at: 4.0, windows: [{index: 3, distance_m: 2}], laser: none}
+  - {at: 5.0, day_night: night, mode: free, point: [1920, 1080], area_point: [1, 2]}
+  - {at: 8.0, manual: 0.4, refocus: true, mode: manual, light: day}
+duration_s: 20
+)";
+    const twin::Scene scene = scene_of(every_key);
+    EXPECT_EQ(scene.start.windows[12], (twin::Subject{5, 0.9}));
+    EXPECT_EQ(scene.start.windows[47], (twin::Subject{INFINITY, 0}));
+    EXPECT_EQ(scene.events[1].scene.laser, (twin::LaserChange{false, 30.0, std::nullopt}));
+    const twin::SceneFileResult again = twin::parse_scene(twin::write_scene(scene));
+    ASSERT_TRUE(again.scene) << again.error << "\n" << twin::write_scene(scene);
+    EXPECT_EQ(*again.scene, scene) << twin::write_scene(scene);
+
+    for (const char* file : {"day_12m.yaml", "walk_in.yaml"}) {
+        const auto loaded = twin::load_scene_file(std::string(ZOOMAF_SCENES_DIR) + "/" + file);
+        EXPECT_TRUE(loaded.scene) << loaded.error;
+    }
+    EXPECT_EQ(
+        twin::load_scene_file(std::string(ZOOMAF_SCENES_DIR) + "/day_12m.yaml").scene->start.laser,
+        (twin::LaserTarget{12, 0.05}));
+}
+
+TEST(SceneFile, ABadFileGetsItsPlaceAndFault) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"seed: 1\nlight: dusk\n", "2:8: light must be day, night or a lux figure (0 or more)"},
+        {"subject: {distance_m: 12, colour: red}\n", "1:27: unknown key 'colour' in subject"},
+        {"seed: [1]\n", "1:7: seed must be a whole number (0 or more)"},
+        {"subject: {texture: high}\n", "1:20: texture must be a number"},
+        {"windows:\n  - {index: [11, 48]}\n", "2:18: window index 48 is outside 0 .. 47"},
+        {"subject: {texture: 1.5}\n", "1:20: texture must lie in 0 .. 1"},
+        {"subject: {distance_m: -3}\n", "1:23: distance_m must be positive (.inf for infinity)"},
+        {"events:\n  - {at: 4, light: day}\n  - {at: 2, light: night}\n",
+         "3:10: events out of order: at 2 comes after at 4"},
+        {"events:\n  - {at: 1, laser: {no_echo: 0.5}}\n",
+         "2:20: a laser that is off needs distance_m"},
+        {"events:\n  - {at: 30, refocus: true}\n",
+         "2:10: at 30 is after the end of the scene (duration_s 10)"},
+        {"subject: {distance_m: 12\n", "2:1: end of map flow not found"},
+    };
+    for (const auto& [text, message] : cases) {
+        const twin::SceneFileResult result = twin::parse_scene(text, "bad.yaml");
+        EXPECT_FALSE(result.scene) << text;
+        EXPECT_EQ(result.error, std::string("bad.yaml:") + message) << text;
+    }
+}
+
+}  // namespace
+}  // namespace zoomaf::test
