@@ -36,10 +36,14 @@ void move_focus_to(int32_t step) {
     motor_position = focus_position_read_back();
 }
 
-bool window_defocus(PdLibInputData* record, int64_t& defocus) {
+void put_sensor_gain(PdLibInputData* record) {
     int64_t gain = 0;
     get_gain_value(&gain);
     record->SensorGain = static_cast<uint64_t>(gain);
+}
+
+bool window_defocus(PdLibInputData* record, int64_t& defocus) {
+    put_sensor_gain(record);
     return library_defocus(record, record->PhaseDifference,
                            static_cast<int64_t>(record->ConfidenceLevel), defocus);
 }

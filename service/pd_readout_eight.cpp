@@ -81,9 +81,7 @@ int32_t get_pd_and_lc_7windwos_test(PdLibInputData* input, int64_t* cl_out, int6
         for (PdCl& w : windows) w.cl = 0;
     }
     std::puts("\r\n\r");
-    int64_t gain = 0;
-    get_gain_value(&gain);
-    input->SensorGain = static_cast<uint64_t>(gain);
+    zoomaf::put_sensor_gain(input);
 
     for (int k = 0; k < PDAF_EIGHT_WINDOWS; ++k) {
         const int64_t pd = windows[k].pd + pd_calibration_value;
@@ -139,9 +137,7 @@ int32_t get_pd_and_lc_area_windows_test(PdLibInputData* input, int64_t* cl_out, 
         return -1;
     PdCl windows[PDAF_EIGHT_WINDOWS];
     zoomaf::sensor::read_eight_windows(windows);
-    int64_t gain = 0;
-    get_gain_value(&gain);
-    input->SensorGain = static_cast<uint64_t>(gain);
+    zoomaf::put_sensor_gain(input);
 
     Candidates qualified;
     for (int k = 0; k < kAreaWindows; ++k) {

@@ -75,9 +75,7 @@ void read_grid_frame(PdLibInputData* input, int32_t& row_counter, GridFrame& fra
         frame.pd[w] = windows[w].pd + pd_calibration_value;
     }
     std::puts("\r");
-    int64_t gain = 0;
-    get_gain_value(&gain);
-    input->SensorGain = static_cast<uint64_t>(gain);
+    zoomaf::put_sensor_gain(input);
     std::puts("开始获取帧信息:\r");
     for (int32_t row = 0; row < kGridRows; ++row) {
         for (int32_t column = 0; column < kGridColumns; ++column) {
@@ -167,6 +165,23 @@ void prepare_chosen(PdLibInputData* input, int32_t w, const int64_t* cl_out,
     input->PhaseDifference = *pd_out;
 }
 
+// The qualified window closest to their average PD, or the laser strategy when none
+// qualified; count_text reports how many qualified and which was chosen.
+void choose_or_fall_back(PdLibInputData* input, Candidates& qualified, const char* count_text,
+                         int64_t* cl_out, int64_t* pd_out) {
+    if (qualified.count == 0) {
+        fall_back_to_laser(input, cl_out, pd_out);
+        return;
+    }
+    const int32_t chosen = pd_select_sort_wit_win(qualified.pd, qualified.cl, qualified.win,
+                                                  qualified.count, cl_out, pd_out);
+    std::printf(count_text, qualified.count, chosen + 1);
+    current_select_pdaf_window = -1;
+    prepare_chosen(input, chosen, cl_out, pd_out);
+    std::printf("判定流程结束，选定外围窗口:%d,pd:%ld,cl:%ld\r\n", chosen + 1, *pd_out, *cl_out);
+    zy_current_select_win = chosen;
+}
+
 // The 2 x 2 group of the free focus point: its cell, the horizontal neighbour on the side
 // of the cell's half the point is in, and the two windows of the row on the side of the
 // vertical half. A point outside the frame takes the nearest cell, and a group that would
@@ -231,18 +246,9 @@ int32_t get_pd_and_lc_48windwos_test(PdLibInputData* input, int64_t* cl_out, int
     for (int32_t w : kRing) {
         if (frame.confident_within_bound(w)) ring.add(frame, w);
     }
-    if (ring.count == 0) {
-        fall_back_to_laser(input, cl_out, pd_out);
-        return 0;
-    }
-    const int32_t chosen =
-        pd_select_sort_wit_win(ring.pd, ring.cl, ring.win, ring.count, cl_out, pd_out);
-    std::printf("外围窗口6*4 有：%d个窗口cl大于500,有cl为2047的,最贴近的窗口时:%d\r\n", ring.count,
-                chosen + 1);
-    current_select_pdaf_window = -1;
-    prepare_chosen(input, chosen, cl_out, pd_out);
-    std::printf("判定流程结束，选定外围窗口:%d,pd:%ld,cl:%ld\r\n", chosen + 1, *pd_out, *cl_out);
-    zy_current_select_win = chosen;
+    choose_or_fall_back(input, ring,
+                        "外围窗口6*4 有：%d个窗口cl大于500,有cl为2047的,最贴近的窗口时:%d\r\n",
+                        cl_out, pd_out);
     return 0;
 }
 
@@ -269,19 +275,10 @@ int32_t get_pd_and_lc_freewindows_test(PdLibInputData* input, int64_t* cl_out, i
     for (int32_t w : group) {
         if (frame.confident_within_bound(w)) qualified.add(frame, w);
     }
-    if (qualified.count == 0) {
-        // As in the centre readout, "no window" is stored as 49.
-        fall_back_to_laser(input, cl_out, pd_out);
-        return 0;
-    }
-    const int32_t chosen = pd_select_sort_wit_win(qualified.pd, qualified.cl, qualified.win,
-                                                  qualified.count, cl_out, pd_out);
-    std::printf("选中的4个窗口 有：%d个窗口cl大于1000,最贴近的窗口是:%d\r\n", qualified.count,
-                chosen + 1);
-    current_select_pdaf_window = -1;
-    prepare_chosen(input, chosen, cl_out, pd_out);
-    std::printf("判定流程结束，选定外围窗口:%d,pd:%ld,cl:%ld\r\n", chosen + 1, *pd_out, *cl_out);
-    zy_current_select_win = chosen;
+    // With no window qualifying, "no window" is stored as 49, as the centre readout does.
+    choose_or_fall_back(input, qualified,
+                        "选中的4个窗口 有：%d个窗口cl大于1000,最贴近的窗口是:%d\r\n", cl_out,
+                        pd_out);
     return 0;
 }
 

@@ -18,6 +18,9 @@ int32_t focus_position_read_back();
 // back (the driver's clamps and refusals decide where the lens really is).
 void move_focus_to(int32_t step);
 
+// The sensor's analogue gain factor into the record, as the library takes it.
+void put_sensor_gain(PdLibInputData* record);
+
 // The library's defocus of the window described by record, with the sensor's gain put into
 // the record first. False when the library refused the record.
 bool window_defocus(PdLibInputData* record, int64_t& defocus);
