@@ -3,7 +3,7 @@
 // before the ring with its PD bound, the free group kept on the grid, nothing qualifying).
 #include <gmock/gmock.h>
 
-#include <regex>
+#include <string>
 #include <vector>
 
 #include "sensor/pd_readout.hpp"
@@ -168,11 +168,11 @@ TEST_F(Readout, CentrePassBeforeTheRingWithItsPdBound) {
 // The windows a free readout grouped, as it lists them (numbers are index + 1).
 std::vector<int> listed_group(const std::string& out) {
     std::vector<int> numbers;
-    const std::string tail = out.substr(out.find("选出的窗口是"));
-    std::regex number(R"(w\[ ?(\d+)\])");
-    for (auto it = std::sregex_iterator(tail.begin(), tail.end(), number);
-         it != std::sregex_iterator() && numbers.size() < 4; ++it) {
-        numbers.push_back(std::stoi((*it)[1]) - 1);
+    for (size_t at = out.find("选出的窗口是"); numbers.size() < 4;) {
+        at = out.find("w[", at);
+        if (at == std::string::npos) break;
+        at += 2;
+        numbers.push_back(std::stoi(out.substr(at, 2)) - 1);
     }
     return numbers;
 }
