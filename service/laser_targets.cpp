@@ -20,13 +20,6 @@ constexpr uint16_t kInvalidDistance = 40;  // a reading of exactly 4 m is not tr
 constexpr int kFarColumn = 101;            // beyond 200 m, and no echo
 constexpr int kNoEchoReadingsBeforeMove = 3;
 
-// The distance column of the lens table for a laser distance in 0.1 m.
-int distance_column(uint16_t distance) {
-    if (distance == LASER_NO_ECHO || distance > 2000) return kFarColumn;
-    if (distance > 1000) return 100;
-    return distance / 10;
-}
-
 // The first column k (1..106) whose next column's step lies above the current focus step;
 // 1 when none does. motor_position takes the driver's focus position on the way.
 int column_of_focus_position(int row) {
@@ -54,7 +47,7 @@ int32_t GetTargetPositionByLaser(uint16_t distance, float multiple) {
         std::puts("warning:distance 40 pause!\r");
         return LASER_PAUSE_STEP;
     }
-    const int column = distance_column(distance);
+    const int column = zoomaf::laser_distance_column(distance);
     if (distance == LASER_NO_ECHO) {
         std::puts("tvk:laser > 1600m!->200m\r");
         ++laser_1600m_cnt;

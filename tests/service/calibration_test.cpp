@@ -10,12 +10,6 @@ namespace {
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
-int count(const std::string& text, const std::string& part) {
-    int n = 0;
-    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++n;
-    return n;
-}
-
 using Calibration = ServiceTest;
 
 TEST_F(Calibration, TheLaserCalibrationIsTakenWhenWholeAndEveryRowIsPrinted) {
@@ -24,7 +18,7 @@ TEST_F(Calibration, TheLaserCalibrationIsTakenWhenWholeAndEveryRowIsPrinted) {
     EXPECT_THAT(output_, StartsWith("Error:open laser calibration file fail!\r\n"
                                     "multipleindex:10,laser calibration motor:0\r\n"));
     EXPECT_THAT(output_, HasSubstr("multipleindex:13,laser calibration motor:55\r\n"));
-    EXPECT_EQ(count(output_, ",laser calibration motor:"), LENS_TABLE_ROWS);
+    EXPECT_EQ(occurrences(output_, ",laser calibration motor:"), LENS_TABLE_ROWS);
 
     board().write_file(LASER_CALIBRATION_FILE, "5\n6\nx12\n7\n");
     EXPECT_EQ(call(ReadLaserCalibration), -1);
@@ -67,7 +61,7 @@ TEST_F(Calibration, AMotorCalibrationFileResetsTheRangesToTheTemplateWithOffsetZ
                                     "motor need calibration offsetstep is 0\r\n"
                                     "multiple:10, 0,0,0\r\n"
                                     "multiple:11, -1,1,-1\r\n"));
-    EXPECT_EQ(count(output_, "multiple:"), LENS_TABLE_ROWS);
+    EXPECT_EQ(occurrences(output_, "multiple:"), LENS_TABLE_ROWS);
     EXPECT_EQ(calibration_offset_step, 0);
     EXPECT_EQ(
         std::memcmp(mator_step_section, template_mator_step_section, sizeof mator_step_section), 0);

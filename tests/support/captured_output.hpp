@@ -19,6 +19,13 @@ std::string captured(F&& f) {
     return testing::internal::GetCapturedStdout();
 }
 
+// How many times part occurs in text (overlapping occurrences included).
+inline int occurrences(const std::string& text, const std::string& part) {
+    int n = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++n;
+    return n;
+}
+
 // Runs f and drops what it printed.
 template <class F>
 void quietly(F&& f) {
