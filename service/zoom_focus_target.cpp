@@ -2,7 +2,8 @@
 // every multiple and subject distance, so the target is found as a distance column, read
 // in the target multiple's row: the laser's distance when it has a valid one; the column
 // that the 20-step check found for the last lock when the lock disagreed with the laser;
-// otherwise the distance the current focus step implies at the current multiple.
+// otherwise (no laser, or no lock judged) the distance the current focus step implies at the
+// current multiple.
 #include <cstdio>
 #include <cstdlib>
 
@@ -83,7 +84,10 @@ int32_t GetTargetMultipleFocusstepByZyMethods(int32_t step, int32_t flag, int32_
                                               int32_t meter_index_min, float from_multiple,
                                               float to_multiple) {
     if (flag != 0) return ptz_target(to_multiple);
-    if (out_20_step == 1) {
+    // frist_zoom still 1 means the 20-step check did not judge a lock on this zoom (no lock,
+    // or no usable laser reading): the first zoom's defaults then name no column the lens
+    // stood at, and the target keeps the distance the current focus implies.
+    if (out_20_step == 1 && frist_zoom != 1) {
         int column = meter_index_min;
         if (column < kFirstDistanceColumn) column = kFirstDistanceColumn;
         if (column > kLastDistanceColumn) column = kLastDistanceColumn;

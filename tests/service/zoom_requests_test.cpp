@@ -130,9 +130,10 @@ TEST_F(Zoom, TwentyStepCheckOfTheLastLock) {
         // No echo: column 101 for the check; the target, without a valid distance, keeps
         // the focus's own column (10 at start).
         {LASER_NO_ECHO, -477, true, 0, 10, "velmor:laser > 1600m! meter_index is 101。\r\n"},
-        // 4 m and no reading skip the check: the defaults of a first zoom stand.
-        {40, -401, false, 1, 2, ""},
-        {0, -401, false, 1, 2, ""},
+        // 4 m and no reading skip the check: no lock was judged, so the focus keeps its own
+        // column (10 at start), whatever the first zoom's defaults say.
+        {40, -401, false, 1, 10, ""},
+        {0, -401, false, 1, 10, ""},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message() << "laser " << c.laser << " lock " << c.lock);
