@@ -16,9 +16,15 @@ namespace {
 
 constexpr int32_t kSmallStepLimit = 11;  // intervals narrower than this go step by step
 
-void store_exact_value(NightExactPoint& point, int64_t fv2) {
-    point.fv = fv2;
-    std::printf("focus点位:%d,fv值:%ld\r\n", point.step, static_cast<long>(fv2));
+// Records fv2 at the exact point the motor stands at and makes the next point current.
+// False, with nothing changed, when the record has no such point.
+bool record_exact_value(int64_t fv2) {
+    NightExactPoint* point = exact_point(night_focus_man.exact_index);
+    if (point == nullptr) return false;
+    point->fv = fv2;
+    std::printf("focus点位:%d,fv值:%ld\r\n", point->step, static_cast<long>(fv2));
+    night_focus_man.exact_index += 1;
+    return true;
 }
 
 void start_small_step_search(int32_t near, int32_t far) {
@@ -96,9 +102,9 @@ void evaluate_coarse_walk() {
     narrow_to(near, far);
 }
 
-// Makes the first unmeasured point from coarse_index toward `to` the one to measure next.
-// Returns false when none is left.
-bool move_on_to_unmeasured(int32_t to) {
+// Makes the first unmeasured point from coarse_index toward `to` the one to measure next;
+// coarse_index stays when none is left.
+void move_on_to_unmeasured(int32_t to) {
     NightFocusRecord& record = night_focus_man;
     const int32_t from = record.coarse_index;
     const int32_t step = to >= from ? 1 : -1;
@@ -108,104 +114,113 @@ bool move_on_to_unmeasured(int32_t to) {
         if (record.coarse_points[i].fv == NIGHT_FV_NOT_MEASURED) {
             std::printf("搜索点位更新为：%d\r\n", record.coarse_points[i].step);
             record.coarse_index = i;
-            return true;
-        }
-    }
-    return false;
-}
-
-// After a turn at the end of the range: go on from the first unmeasured point in the new
-// direction, or close that direction too when every point there is measured.
-void continue_after_turn() {
-    NightFocusRecord& record = night_focus_man;
-    if (record.coarse_dir == 1) {
-        std::puts("到达边界后更改新方向为近焦\r");
-        move_on_to_unmeasured(record.coarse_first);
-        if (record.coarse_points[record.coarse_index].fv != NIGHT_FV_NOT_MEASURED) {
-            std::puts("所有点位以及搜索完成，近焦也截至！\r");
-            record.coarse_near_done = 1;
-        }
-    } else if (record.coarse_dir == -1) {
-        std::puts("到达边界后更改新方向为远焦\r");
-        move_on_to_unmeasured(record.coarse_last);
-        if (record.coarse_points[record.coarse_index].fv != NIGHT_FV_NOT_MEASURED) {
-            std::puts("所有点位以及搜索完成，远焦也截至！\r");
-            record.coarse_far_done = 1;
+            return;
         }
     }
 }
 
-// The walk toward near focus (lower indices) compares each point with the one before it.
-// On a stop it turns far; the far side is then closed at once (its test is against -3000,
-// which no unmeasured point holds), so exactly one more point is visited before the
-// evaluation.
-void walk_near() {
-    NightFocusRecord& record = night_focus_man;
-    const int32_t index = record.coarse_index;
-    int32_t stop = 0;
-    if (index == record.coarse_last) {
-        std::puts("往近焦走，但是是最边界点位，所以不做和上一帧的判定\r");
-    } else if (record.coarse_points[index + 1].fv == NIGHT_FV_NOT_MEASURED) {
-        std::puts("往近焦走，但是没有该方向上一帧的fv值，所以不做和上一帧的判定！\r");
-    } else {
-        stop = judge_is_need_stop_currentdir_search(record.coarse_points[index + 1].fv,
-                                                    record.coarse_points[index].fv);
-    }
-    if (stop == 0) {
-        std::puts("不截止，继续下一个点位\r");
-        record.coarse_index = index - 1;
-        return;
-    }
-    std::puts("往近焦点位方向截止\r");
-    record.coarse_near_done = 1;
-    record.coarse_first = index;
-    if (record.coarse_far_done == 1) {
-        std::puts("远焦点位也结束了！等待结束\r");
-        return;
-    }
-    std::puts("改朝着远焦搜索\r");
-    record.coarse_dir = -1;
-    move_on_to_unmeasured(record.coarse_last);
-    // Compared with the self-study store's "not learned" value, which no unmeasured point
-    // holds: the far side is closed at once.
-    if (record.coarse_points[record.coarse_index].fv != SELFSTUDY_NOT_LEARNED) {
-        std::puts("所有点位以及搜索完成，远焦也截止，等待结束！\r");
-        record.coarse_far_done = 1;
-    }
-}
+// One direction of the coarse walk: toward near focus (coarse_dir 1, lower indices) or
+// toward far focus (coarse_dir -1, higher indices). The two mirror each other but for the
+// value that closes the opposite side after a stop.
+struct WalkDirection {
+    int32_t index_step;
+    int32_t NightFocusRecord::*ahead;   // end the walk heads for; cut to the stop
+    int32_t NightFocusRecord::*behind;  // end it came from; the turn heads back there
+    int32_t NightFocusRecord::*done;
+    int32_t NightFocusRecord::*opposite_done;
+    // After a stop the opposite side is closed unless its next point holds this value.
+    // Toward near it is -3000, which no unmeasured point holds: the far side is closed at
+    // once, so exactly one more point is visited before the evaluation.
+    int64_t opposite_open_while;
+    const char* turned_here;  // after the turn at the opposite end
+    const char* all_measured_here;
+    const char* no_previous_point;
+    const char* no_previous_value;
+    const char* stopped;
+    const char* opposite_already_done;
+    const char* turning_back;
+    const char* all_measured_opposite;
+};
 
-// The mirror image toward far focus (higher indices); here the near side is closed only
-// when no unmeasured point is left.
-void walk_far() {
+constexpr WalkDirection kTowardNear = {
+    -1,
+    &NightFocusRecord::coarse_first,
+    &NightFocusRecord::coarse_last,
+    &NightFocusRecord::coarse_near_done,
+    &NightFocusRecord::coarse_far_done,
+    SELFSTUDY_NOT_LEARNED,
+    "到达边界后更改新方向为近焦\r",
+    "所有点位以及搜索完成，近焦也截至！\r",
+    "往近焦走，但是是最边界点位，所以不做和上一帧的判定\r",
+    "往近焦走，但是没有该方向上一帧的fv值，所以不做和上一帧的判定！\r",
+    "往近焦点位方向截止\r",
+    "远焦点位也结束了！等待结束\r",
+    "改朝着远焦搜索\r",
+    "所有点位以及搜索完成，远焦也截止，等待结束！\r",
+};
+
+constexpr WalkDirection kTowardFar = {
+    1,
+    &NightFocusRecord::coarse_last,
+    &NightFocusRecord::coarse_first,
+    &NightFocusRecord::coarse_far_done,
+    &NightFocusRecord::coarse_near_done,
+    NIGHT_FV_NOT_MEASURED,
+    "到达边界后更改新方向为远焦\r",
+    "所有点位以及搜索完成，远焦也截至！\r",
+    "往远焦走，但是是最边界点位，所以不做和上一帧的判定\r",
+    "往远焦走，但是没有该方向上一帧的fv值，所以不做和上一帧的判定！\r",
+    "往远焦点位方向截止\r",
+    "近焦点位也结束了！等待结束\r",
+    "改朝着近焦搜索\r",
+    "所有点位以及搜索完成，近焦也截至！\r",
+};
+
+// After the turn at one end: go on from the first unmeasured point in the new direction,
+// or close that direction too when every point there is measured.
+void continue_after_turn(const WalkDirection& direction) {
     NightFocusRecord& record = night_focus_man;
-    const int32_t index = record.coarse_index;
-    int32_t stop = 0;
-    if (index == record.coarse_first) {
-        std::puts("往远焦走，但是是最边界点位，所以不做和上一帧的判定\r");
-    } else if (record.coarse_points[index - 1].fv == NIGHT_FV_NOT_MEASURED) {
-        std::puts("往远焦走，但是没有该方向上一帧的fv值，所以不做和上一帧的判定！\r");
-    } else {
-        stop = judge_is_need_stop_currentdir_search(record.coarse_points[index - 1].fv,
-                                                    record.coarse_points[index].fv);
-    }
-    if (stop == 0) {
-        std::puts("不截止，继续下一个点位\r");
-        record.coarse_index = index + 1;
-        return;
-    }
-    std::puts("往远焦点位方向截止\r");
-    record.coarse_far_done = 1;
-    record.coarse_last = index;
-    if (record.coarse_near_done == 1) {
-        std::puts("近焦点位也结束了！等待结束\r");
-        return;
-    }
-    std::puts("改朝着近焦搜索\r");
-    record.coarse_dir = 1;
-    move_on_to_unmeasured(record.coarse_first);
+    std::puts(direction.turned_here);
+    move_on_to_unmeasured(record.*direction.ahead);
     if (record.coarse_points[record.coarse_index].fv != NIGHT_FV_NOT_MEASURED) {
-        std::puts("所有点位以及搜索完成，近焦也截至！\r");
-        record.coarse_near_done = 1;
+        std::puts(direction.all_measured_here);
+        record.*direction.done = 1;
+    }
+}
+
+// One step of the walk: compare the point with the one before it and go on, or stop this
+// direction and turn back toward the unmeasured points behind.
+void walk(const WalkDirection& direction) {
+    NightFocusRecord& record = night_focus_man;
+    NightCoarsePoint* points = record.coarse_points;
+    const int32_t index = record.coarse_index;
+    const int32_t previous = index - direction.index_step;
+    int32_t stop = 0;
+    if (index == record.*direction.behind) {
+        std::puts(direction.no_previous_point);
+    } else if (points[previous].fv == NIGHT_FV_NOT_MEASURED) {
+        std::puts(direction.no_previous_value);
+    } else {
+        stop = judge_is_need_stop_currentdir_search(points[previous].fv, points[index].fv);
+    }
+    if (stop == 0) {
+        std::puts("不截止，继续下一个点位\r");
+        record.coarse_index = index + direction.index_step;
+        return;
+    }
+    std::puts(direction.stopped);
+    record.*direction.done = 1;
+    record.*direction.ahead = index;
+    if (record.*direction.opposite_done == 1) {
+        std::puts(direction.opposite_already_done);
+        return;
+    }
+    std::puts(direction.turning_back);
+    record.coarse_dir = direction.index_step;
+    move_on_to_unmeasured(record.*direction.behind);
+    if (points[record.coarse_index].fv != direction.opposite_open_while) {
+        std::puts(direction.all_measured_opposite);
+        record.*direction.opposite_done = 1;
     }
 }
 
@@ -244,11 +259,11 @@ int32_t do_coarch_search(int64_t fv1, int64_t fv2) {
         return 0;
     }
     if (turned) {
-        continue_after_turn();
-    } else if (record.coarse_dir == 1) {
-        walk_near();
+        // A direction other than +1 or -1 (never laid out) has nowhere to go on.
+        if (record.coarse_dir == 1) continue_after_turn(kTowardNear);
+        if (record.coarse_dir == -1) continue_after_turn(kTowardFar);
     } else {
-        walk_far();
+        walk(record.coarse_dir == 1 ? kTowardNear : kTowardFar);
     }
     move_to_coarse_point(record.coarse_index);
     return 0;
@@ -258,29 +273,27 @@ int32_t do_bigstep_exact_search(int64_t fv1, int64_t fv2) {
     using namespace zoomaf::night;
     (void)fv1;
     NightFocusRecord& record = night_focus_man;
-    NightExactPoint* point = exact_point(record.exact_index);
-    if (point == nullptr) return -1;
-    store_exact_value(*point, fv2);
-    record.exact_index += 1;
+    // The far end of the list, the last point's far neighbour, is point exact_last + 1.
+    if (record.exact_last > NIGHT_EXACT_POINTS - 2) {
+        std::printf(
+            "Error: night search: a big-step list up to point %d has no far end in the record's "
+            "%d points; the step is refused\r\n",
+            record.exact_last, NIGHT_EXACT_POINTS);
+        return -1;
+    }
+    if (!record_exact_value(fv2)) return -1;
     if (record.exact_index <= record.exact_last) {
         move_to_exact_point(record.exact_index);
         return 0;
     }
     std::puts("已经完成大步长精确搜索,各点位信息如下:\r");
-    // Point exact_last + 1 is the far end: the sharpest point's far neighbour.
-    const Span span = exact_span(1, record.exact_last);
-    int32_t best = print_and_choose_sharpest(record.exact_points, span);
+    int32_t best = print_and_choose_sharpest(record.exact_points, exact_span(1, record.exact_last));
     if (best == 0) {
         std::puts("4次搜索清晰度一样，选最近焦\r");
         best = 1;
     }
     const NightExactPoint* points = record.exact_points;
     std::printf("完成本次大步精搜索，最清晰点位：%d\r\n", points[best].step);
-    if (best + 1 >= NIGHT_EXACT_POINTS) {
-        std::printf("Error: night search: exact point %d has no far neighbour in the record\r\n",
-                    best);
-        return -1;
-    }
     narrow_to(points[best - 1].step, points[best + 1].step);
     return 0;
 }
@@ -289,10 +302,7 @@ int32_t do_smallstep_exact_search(int64_t fv1, int64_t fv2) {
     using namespace zoomaf::night;
     (void)fv1;
     NightFocusRecord& record = night_focus_man;
-    NightExactPoint* point = exact_point(record.exact_index);
-    if (point == nullptr) return -1;
-    store_exact_value(*point, fv2);
-    record.exact_index += 1;
+    if (!record_exact_value(fv2)) return -1;
     if (record.exact_index > record.exact_last) {
         std::puts("已经小步完成了精确搜索,各点位信息如下:\r");
         const Span span = exact_span(0, int64_t{record.exact_last} - record.exact_first);

@@ -1,7 +1,8 @@
-// The night searches on the twin: the motor driver up, the physical focus position equal to
-// the driver's, a synthetic lens table row (steps falling by 10 a column) with the night
-// range the loop derives from it, and a driver for whole searches against a sharpness
-// function of the focus motor's physical position. No fault of the twin is allowed.
+// The night searches on the twin: the motor driver up with the physical focus position equal
+// to the driver's, a synthetic lens table row (steps falling by 10 a column: 2000 at column
+// 0, 1940 at 6 m, 950 at 600 m) with the night range the loop derives from it, and whole
+// searches against a sharpness function of the focus motor's physical position. No fault of
+// the twin is allowed.
 #pragma once
 
 #include <algorithm>
@@ -14,14 +15,8 @@ namespace zoomaf::test {
 
 inline constexpr int kRow = 40;
 
-// Step of column c of the synthetic row: 2000 at column 0, 1940 at the 6 m column, 950 at
-// the 600 m one.
 inline int32_t synthetic_step(int column) {
     return 2000 - 10 * column;
-}
-
-inline void fill_synthetic_row() {
-    for (int c = 0; c < LENS_TABLE_COLUMNS; ++c) TxtToDat[kRow][c] = synthetic_step(c);
 }
 
 // The night range of the current row, as the loop sets it.
@@ -50,17 +45,23 @@ protected:
         });
         board().set_motor_position(twin::Motor::zoom, 0);
         board().set_motor_position(twin::Motor::focus, 0);
-        std::memset(&night_focus_man, 0, sizeof night_focus_man);
         defauult_probe_dir = -1;
         current_multiple_index = kRow;
-        fill_synthetic_row();
-        set_range_of_row();
-        night_focus_man.state = NIGHT_STATE_COARSE;
+        for (int c = 0; c < LENS_TABLE_COLUMNS; ++c) TxtToDat[kRow][c] = synthetic_step(c);
+        start_record();
     }
 
     void TearDown() override {
         for (const twin::RecordedFault& fault : board().faults()) ADD_FAILURE() << fault.text;
         ServiceTest::TearDown();
+    }
+
+    // The record as the loop's first night pass hands it to the range calls.
+    static void start_record() {
+        std::memset(&night_focus_man, 0, sizeof night_focus_man);
+        set_range_of_row();
+        night_focus_man.state = NIGHT_STATE_COARSE;
+        night_focus_man.interval_near = night_focus_man.interval_far = NIGHT_FV_NOT_MEASURED;
     }
 
     // The service's own move: the focus motor to step, read back into motor_position.
@@ -73,63 +74,32 @@ protected:
 
     int32_t focus_position() { return board().motor_position(twin::Motor::focus); }
 
-    // The coarse point at a focus step, or -1.
-    static int coarse_index_at(int32_t step) {
-        for (int i = 0; i < NIGHT_COARSE_POINTS; ++i)
-            if (night_focus_man.coarse_points[i].step == step) return i;
-        return -1;
-    }
-
-    template <class F>
-    static auto call_quietly(F&& f) {
-        decltype(f()) result{};
-        quietly([&] { result = f(); });
-        return result;
-    }
-
-    void load_shipped_lens_table() {
-        board().write_file(LENS_TABLE_FILE, data_file(LENS_TABLE_FILE));
-        ASSERT_EQ(call_quietly(ReadAFTXT), READ_AFTXT_OK);
-    }
-
-    // One night search at a zoom, as the loop runs it from its uninitialised state: the
-    // range from the laser's distance or the coarse points, then one search call per frame
-    // with the sharpness at the focus motor's physical position, until the search is done.
-    // The sharpness peaks at the lens table's step of in_focus_column; the motor starts
-    // where motor initialisation leaves it (the 10 m column), the walk toward far.
+    // One night search with the shipped lens table, run as the loop runs it: the range
+    // from the laser or the coarse points, then one search call per frame with the sharpness
+    // at the focus motor's physical position, until done. The sharpness peaks unit_offset
+    // steps off the table's step of in_focus_column; the motor starts where motor
+    // initialisation leaves it (the 10 m column), walking toward far.
     SearchRun run_search(float multiple, int in_focus_column, int unit_offset, uint32_t distance,
                          bool laser) {
         current_multiple = multiple;
         current_multiple_index = AppSetMultipleSectionRelation(multiple);
         const int row = current_multiple_index;
-        std::memset(&night_focus_man, 0, sizeof night_focus_man);
-        set_range_of_row();
+        start_record();
         defauult_probe_dir = -1;
         move_focus(TxtToDat[row][10]);
-        SearchRun run{
-            .in_focus = TxtToDat[row][in_focus_column] + unit_offset, .frames = 0, .error = 0};
-        const auto sharpness = [&](int32_t position) {
-            const double defocus = position - run.in_focus;
-            return static_cast<int64_t>(50000 + 1e6 * 900 / (900 + defocus * defocus));
-        };
-        night_focus_man.state = NIGHT_STATE_COARSE;
-        night_focus_man.interval_near = night_focus_man.interval_far = NIGHT_FV_NOT_MEASURED;
-        night_focus_man.laser_distance = laser ? static_cast<int32_t>(distance) : 0;
+        SearchRun run{.in_focus = TxtToDat[row][in_focus_column] + unit_offset};
         quietly([&] {
             laser ? get_exact_search_range_by_laser(distance) : get_rough_search_range_by_laser();
         });
         while (night_focus_man.state != NIGHT_STATE_DONE && run.frames < 100) {
-            const int64_t fv = sharpness(focus_position());
+            const double defocus = focus_position() - run.in_focus;
+            const auto fv = static_cast<int64_t>(50000 + 1e6 * 900 / (900 + defocus * defocus));
             ++run.frames;
             quietly([&] {
-                switch (night_focus_man.state) {
-                    case NIGHT_STATE_COARSE:
-                        return do_coarch_search(0, fv);
-                    case NIGHT_STATE_BIGSTEP:
-                        return do_bigstep_exact_search(0, fv);
-                    default:
-                        return do_smallstep_exact_search(0, fv);
-                }
+                const int32_t state = night_focus_man.state;
+                if (state == NIGHT_STATE_COARSE) do_coarch_search(0, fv);
+                if (state == NIGHT_STATE_BIGSTEP) do_bigstep_exact_search(0, fv);
+                if (state == NIGHT_STATE_SMALLSTEP) do_smallstep_exact_search(0, fv);
             });
         }
         run.error = focus_position() - run.in_focus;
