@@ -130,7 +130,7 @@ struct WalkDirection {
     int32_t NightFocusRecord::*opposite_done;
     // After a stop the opposite side is closed unless its next point holds this value.
     // Toward near it is -3000, which no unmeasured point holds: the far side is closed at
-    // once, so exactly one more point is visited before the evaluation.
+    // once, so exactly one more point is measured before the evaluation.
     int64_t opposite_open_while;
     const char* turned_here;  // after the turn at the opposite end
     const char* all_measured_here;
@@ -233,7 +233,10 @@ int32_t do_coarch_search(int64_t fv1, int64_t fv2) {
     using namespace zoomaf::night;
     (void)fv1;
     NightFocusRecord& record = night_focus_man;
-    const bool walking = record.coarse_near_done == 0 || record.coarse_far_done == 0;
+    // The frame's value is stored while the near side is closed or the far side open. After a
+    // near-side stop both sides are closed at once, and this still stores the value of the
+    // one point visited after the stop before the evaluation runs.
+    const bool walking = record.coarse_near_done != 0 || record.coarse_far_done == 0;
     if (walking && !walk_is_in_record()) return -1;
     bool turned = false;
     if (walking) {

@@ -164,8 +164,8 @@ TEST_F(NightSearch, TheStopTestThresholdGrowsWithTheZoom) {
 }
 
 // Whole coarse walks: the point the motor stood at each frame and the interval handed on.
-// A near-side stop closes the far side at once: one more point is visited, its value is not
-// recorded, and being unmeasured (-9999) it ranks first in the unsigned choice.
+// A near-side stop closes the far side at once: one more point is measured, then the walk is
+// evaluated, where a point never reached (-9999) ranks first in the unsigned choice.
 TEST_F(NightSearch, TheCoarseWalkTurnsStopsAndNarrows) {
     const struct {
         const char* name;
@@ -186,10 +186,14 @@ TEST_F(NightSearch, TheCoarseWalkTurnsStopsAndNarrows) {
         // The turn at the far end finds nothing left toward near: one more frame there.
         {"best at the far end", 1.5f, -1, 2000, {100, 200, 300, 500, 900},
          {0, 1, 2, 3, 4, 4}, 1400, 950, "最清晰点位是600米点位（6米）,更新区间60米-600米\r\n"},
-        {"near-side stop", 5.0f, 1, 1800, {100, 500, 1000, 800, 300}, {2, 1, 3}, 1750, 1400,
+        {"near-side stop", 5.0f, 1, 1800, {100, 500, 1000, 800, 300}, {2, 1, 3}, 1400, 950,
          "往近焦点位方向截止\r\n改朝着远焦搜索\r\n搜索点位更新为：1400\r\n"
          "所有点位以及搜索完成，远焦也截止，等待结束！\r\n"},
-        {"far-side stop", 5.0f, -1, 1800, {300, 1000, 500, 100, 50}, {1, 2, 0}, 1940, 1900,
+        {"near-side stop: one more point measured", 5.0f, 1, 1800, {100, 500, 1000, 800, 300},
+         {2, 1, 3}, 1400, 950, "focsu:1400,fv:800\r\nfocsu:950,fv:-9999\r\n"},
+        // The walk back toward near stores nothing while the far side is closed and the near
+        // side open: the unmeasured point stops it, and it is measured on one more frame.
+        {"far-side stop", 5.0f, -1, 1800, {300, 1000, 500, 100, 50}, {1, 2, 0, 0}, 1940, 1900,
          "往远焦点位方向截止\r\n改朝着近焦搜索\r\n搜索点位更新为：1940\r\n"},
         // clang-format on
     };
@@ -345,7 +349,8 @@ TEST_F(NightSearch, IndicesOutsideTheRecordAreRefusedOrCut) {
     night_focus_man.coarse_first = 0;
     night_focus_man.coarse_last = 12;
     call([] { return do_coarch_search(0, 5); });
-    EXPECT_THAT(output_, HasSubstr("coarse points 0..12 reach beyond the 5 the record holds"));
+    EXPECT_THAT(output_, HasSubstr("of the list 0..12 is not in the 5 the record holds; the step "
+                                   "is refused"));
 
     // Up to 4 m the table line's first field (2000, above the range) is the step: the
     // interval comes out reversed, 1940..1998.
