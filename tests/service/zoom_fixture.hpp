@@ -4,6 +4,7 @@
 // for the physical zoom position and the subject distance (a unit without offset).
 #pragma once
 
+#include <cmath>
 #include <optional>
 
 #include "tests/service/service_fixture.hpp"

@@ -1,0 +1,256 @@
+// The auto-focus loop pass by pass on the twin: the changes a pass notices, the night state
+// machine against a still subject, the focus-value retries, the Run variant's pause and
+// stop handshake.
+#include <pthread.h>
+
+#include <initializer_list>
+#include <string>
+#include <thread>
+
+#include "tests/service/af_loop_fixture.hpp"
+#include "zoomaf/af_loop.h"
+
+namespace zoomaf::test {
+namespace {
+
+constexpr uint64_t kMs = 1'000'000;
+
+// Each part occurs in text, after the one before it.
+::testing::AssertionResult in_order(const std::string& text,
+                                    std::initializer_list<std::string> parts) {
+    size_t from = 0;
+    for (const std::string& part : parts) {
+        const size_t at = text.find(part, from);
+        if (at == std::string::npos)
+            return ::testing::AssertionFailure() << "missing, or out of order: " << part;
+        from = at + part.size();
+    }
+    return ::testing::AssertionSuccess();
+}
+
+TEST_F(AfLoopTest, StartTakesTheRowOfItsVariant) {
+    for (const auto& [variant, multiple, row] : {std::tuple{LoopVariant::console, 1.0f, 0},
+                                                 std::tuple{LoopVariant::application, 3.5f, 25}}) {
+        night_focus_man.state = NIGHT_STATE_SMALLSTEP;
+        night_focus_man.coarse_points[4].fv = 7;
+        start(variant);
+        EXPECT_EQ(current_multiple_index, row) << multiple;
+        EXPECT_EQ(night_focus_man.state, NIGHT_STATE_UNINITIALISED);
+        EXPECT_EQ(night_focus_man.coarse_points[4].fv, 0);
+        EXPECT_EQ(night_focus_man.range_near, TxtToDat[row][6]);
+        EXPECT_EQ(night_focus_man.range_far, TxtToDat[row][105] - 50);
+        EXPECT_EQ(state_.last_multiple, current_multiple);
+    }
+}
+
+TEST_F(AfLoopTest, ZoomInFreeModeSwitchesToCentreAndResetsOnTheSamePass) {
+    start(LoopVariant::application);
+    current_focus_mode = PDAF_FREE_MODE;
+    pass();                      // the free mode seen
+    is_free_focus_opr_over = 1;  // the free focus was over
+    laser_focus_compensation = 7;
+    pdafcnt_over_multiple_change = 9;
+    current_multiple = 5.0f;
+    pass();
+    EXPECT_EQ(current_focus_mode, PDAF_CENTER_MODE);
+    EXPECT_EQ(pdafcnt_over_multiple_change, 1);  // cleared, then this pass's centre step
+    EXPECT_EQ(laser_focus_compensation, -5);
+    EXPECT_EQ(is_free_focus_opr_over, 0);
+    EXPECT_EQ(current_multiple_index, 40);
+    const std::string range = "变倍后夜间模式 focus范围:" + std::to_string(TxtToDat[40][6]) + "-" +
+                              std::to_string(TxtToDat[40][105] - 50) + "\r\n";
+    EXPECT_TRUE(in_order(
+        output_, {"******multiple change,so set center mode\r\n",
+                  "由倍数3.500100变到5.000000,小到大，所默认方向设置为近焦:1\r\n", range,
+                  "********change to center windows!\r\n",
+                  "change mode or change multiple set laser_focus_compensation to be zero!\r\n",
+                  "\r\n\r\n获取48窗口前,当前倍数:5.000000"}));
+}
+
+TEST_F(AfLoopTest, ZoomDirectionSetsTheDefaultProbeDirection) {
+    start(LoopVariant::console);
+    struct Case {
+        float multiple;
+        int32_t dir;
+        const char* text;  // nullptr: no zoom noticed
+    };
+    for (const Case& c :
+         {Case{5.0f, 1, "由倍数3.500100变到5.000000,小到大，所默认方向设置为近焦:1\r\n"},
+          Case{4.0f, -1, "由倍数5.000000变到4.000000,大到小，所默认方向设置为远焦:-1\r\n"},
+          Case{4.0f, -1, nullptr},
+          Case{4.5f, 1, "由倍数4.000000变到4.500000,小到大，所默认方向设置为近焦:1\r\n"}}) {
+        current_multiple = c.multiple;
+        pass();
+        EXPECT_EQ(defauult_probe_dir, c.dir) << c.multiple;
+        if (c.text) {
+            EXPECT_NE(output_.find(c.text), std::string::npos) << output_;
+        } else {
+            EXPECT_EQ(output_.find("由倍数"), std::string::npos);
+            EXPECT_EQ(output_.find("change mode or change multiple"), std::string::npos);
+        }
+    }
+}
+
+// A night search from state 0 to state 4 against a still subject; in state 4 the loop only
+// takes and releases the lock and sleeps one frame.
+TEST_F(AfLoopTest, NightSearchFromStartToTheSharpestPointThenIdles) {
+    struct Case {
+        const char* what;
+        std::optional<uint16_t> laser;  // none: no laser publishing at all
+        double subject_m;
+        const char* first_pass;
+        int32_t state_after_first;
+    };
+    for (const Case& c : {
+             // First: the laser channel keeps the last measurement of a laser that went.
+             Case{"no laser", std::nullopt, 20.0,
+                  "\r\n初始化阶段,无有效雷达值:0,开始进行粗搜索范围确认!\r\n", NIGHT_STATE_COARSE},
+             Case{"laser on the subject", 120, 12.0,
+                  "\r\n初始化阶段，存在雷达值:120,开始进行精确搜索范围确认!\r\n",
+                  NIGHT_STATE_SMALLSTEP},
+             Case{"laser at its farthest", 16000, 20.0,
+                  "\r\n初始化阶段,无有效雷达值:16000,开始进行粗搜索范围确认!\r\n",
+                  NIGHT_STATE_COARSE},
+             // No echo is not among the values without an echo: it searches at 600 m.
+             Case{"no echo", LASER_NO_ECHO, 600.0,
+                  "\r\n初始化阶段，存在雷达值:65535,开始进行精确搜索范围确认!\r\n",
+                  NIGHT_STATE_SMALLSTEP},
+         }) {
+        SCOPED_TRACE(c.what);
+        if (c.laser) laser_on(*c.laser);
+        encoder_on(c.subject_m);
+        start(LoopVariant::console);
+        cur_day_night_mode = 1;
+        pass();
+        EXPECT_TRUE(in_order(
+            output_, {"将夜间模式清晰状态更新为未初始化!\r\n", "夜视对焦处于未初始化状态!\r\n",
+                      "获得用于策略评判的初次雷达值:", c.first_pass}));
+        EXPECT_EQ(output_.find("app_pdaf get fvinfo"), std::string::npos);
+        EXPECT_EQ(night_focus_man.state, c.state_after_first);
+
+        int passes = 1;
+        while (night_focus_man.state != NIGHT_STATE_DONE && passes < 80) {
+            pass();
+            ++passes;
+        }
+        ASSERT_EQ(night_focus_man.state, NIGHT_STATE_DONE);
+        EXPECT_LE(std::abs(focus_error(c.subject_m)), 3) << passes << " passes";
+
+        board().clear_register_writes();
+        pass();
+        EXPECT_EQ(output_, "");
+        EXPECT_EQ(recorder().sleeps(), std::vector<uint64_t>{33 * kMs});
+        EXPECT_TRUE(recorder().writes().empty());
+        EXPECT_TRUE(board().register_writes().empty());
+        ASSERT_EQ(pthread_mutex_trylock(&motro_safe_lock), 0);
+        pthread_mutex_unlock(&motro_safe_lock);
+        cur_day_night_mode = 0;
+        laser_.reset();
+    }
+}
+
+// Without a new frame the loop tries four times, 15 ms apart, reports after the third
+// failure and runs the search step on the values it still holds.
+TEST_F(AfLoopTest, FourFailedFocusValueReadsThenAStaleStep) {
+    struct Case {
+        float multiple;
+        std::optional<uint16_t> laser;
+        int32_t state;
+        const char* report;
+    };
+    for (const Case& c : {
+             Case{
+                 3.5f, std::nullopt, NIGHT_STATE_COARSE,
+                 "\r\n\r\nError!!!get fv fail!\r\n\r\n\r\n\r\n\r\nError get fv sleep!\r\n\r\n\r\n"},
+             Case{5.0f, 120, NIGHT_STATE_BIGSTEP,
+                  "Error!!!get fv fail!\r\n\r\n\r\n\r\nError get fv sleep!\r\n\r\n\r\n"},
+             Case{3.5f, 120, NIGHT_STATE_SMALLSTEP,
+                  "\r\n\r\n!!!get fv fail!\r\n\r\n\r\nError get fv sleep!\r\n"},
+         }) {
+        SCOPED_TRACE(c.state);
+        if (c.laser) laser_on(*c.laser);
+        start(LoopVariant::application);
+        current_multiple = c.multiple;
+        cur_day_night_mode = 1;
+        pass();
+        ASSERT_EQ(night_focus_man.state, c.state);
+
+        state_.fv.fv2 = 4321;  // what the record holds from an earlier frame
+        const int32_t at = c.state == NIGHT_STATE_COARSE ? night_focus_man.coarse_index
+                                                         : night_focus_man.exact_index;
+        pass();
+        EXPECT_NE(output_.find(c.report), std::string::npos) << output_;
+        EXPECT_EQ(output_.find("app_pdaf get fvinfo"), std::string::npos);
+        EXPECT_EQ(sleeps_of(15 * kMs), 4);
+        EXPECT_EQ(sleeps_of(1000 * kMs), c.state == NIGHT_STATE_SMALLSTEP ? 1 : 0);
+        const int64_t stored = c.state == NIGHT_STATE_COARSE ? night_focus_man.coarse_points[at].fv
+                                                             : night_focus_man.exact_points[at].fv;
+        EXPECT_EQ(stored, 4321);
+        cur_day_night_mode = 0;
+        laser_.reset();
+    }
+}
+
+// The two variants differ at night in free mode and on a new free point.
+TEST_F(AfLoopTest, FreeModeAtNightAndNewPointsByVariant) {
+    for (LoopVariant variant : {LoopVariant::console, LoopVariant::application}) {
+        const bool console = variant == LoopVariant::console;
+        start(variant);
+        current_focus_mode = PDAF_FREE_MODE;
+        cur_day_night_mode = 1;
+        pass();
+        EXPECT_EQ(output_.find("夜视模式不支持区域对焦!\r\n") != std::string::npos, console);
+        EXPECT_EQ(output_.find("获取48窗口前") != std::string::npos, !console);
+
+        laser_focus_compensation = 3;
+        is_coordinates_update = 1;
+        pass();
+        EXPECT_EQ(is_coordinates_update, 0);
+        EXPECT_EQ(laser_focus_compensation, console ? 3 : -5);
+        EXPECT_EQ(output_.find("change coordinates set laser_focus_compensation to be zero!\r\n") !=
+                      std::string::npos,
+                  !console);
+        EXPECT_EQ(sleeps_of(50 * kMs), console ? 1 : 2);  // the point's pause; the Run period
+        current_focus_mode = PDAF_CENTER_MODE;
+        cur_day_night_mode = 0;
+    }
+}
+
+TEST_F(AfLoopTest, RunVariantSkipsPassesWhileZoomingAndStopsOnlyAfter) {
+    start(LoopVariant::application);
+    zoom_running_flag = 1;
+    onoff = 1;
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_TRUE(pass());
+        EXPECT_EQ(output_, "");
+        EXPECT_EQ(recorder().sleeps(), std::vector<uint64_t>{40 * kMs});
+    }
+    zoom_running_flag = 0;
+    EXPECT_FALSE(pass());
+    EXPECT_EQ(sleeps_of(50 * kMs), 1);
+    onoff = 0;
+}
+
+// The whole Run variant on its own thread, stopped from another, in real time.
+TEST_F(AfLoopTest, StopEndsTheRunVariantAndASecondStopReturnsOne) {
+    board().set_real_time(20);
+    const std::string printed = captured([&] {
+        std::thread loop([] { EXPECT_EQ(RunAFByUsingAssistInfo(), 0); });
+        board().sleep_ns(200 * kMs);
+        EXPECT_GT(StopAFByUsingAssistInfo(), 0);
+        loop.join();
+    });
+    board().set_virtual_time();
+    EXPECT_EQ(onoff, 0);
+    EXPECT_TRUE(in_order(printed, {"] Auto focus close Success!\r\n"}));
+    EXPECT_TRUE(in_order(
+        printed, {"[StopAFByUsingAssistInfo] [", "] StopAFByUsingAssistInfo  close auto pdaf\n"}));
+
+    onoff = 1;
+    EXPECT_EQ(StopAFByUsingAssistInfo(), 1);
+    EXPECT_EQ(onoff, 1);
+    onoff = 0;
+}
+
+}  // namespace
+}  // namespace zoomaf::test
