@@ -44,10 +44,7 @@ void end_sim() {
     std::printf("dcc is %d, pdaf software main is %d, sup is %d.\r\n", app.hardware, app.main,
                 app.sub);
     ReadLaserCalibration();
-    if (ReadAFTXT() < 0) {
-        std::puts("zoomaf-bench: the service cannot focus without its lens table, exit\r");
-        std::exit(1);
-    }
+    if (ReadAFTXT() < 0) std::exit(1);  // it said why
     ReadLaserCalibration();
     pd_init_calibration();
     motor_init_calibration();

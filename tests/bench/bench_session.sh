@@ -7,7 +7,7 @@ bench=$1
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
 
-printf '5\n1\n2\n' | "$bench" --sim --speed 50 >"$log" 2>&1
+printf '5\n1\n2\n' | "$bench" --sim --speed 10 >"$log" 2>&1
 status=$?
 if [ $status -ne 0 ]; then
     echo "exit status $status"; tail -30 "$log"; exit 1
