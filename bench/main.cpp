@@ -71,7 +71,9 @@ int main(int argc, char** argv) {
                    "default: the data shipped with the program")
         ->check(CLI::ExistingDirectory)
         ->needs(sim_flag);
-    app.add_option("--scene", scene, "scene file for the twin")->needs(sim_flag);
+    app.add_option("--scene", scene,
+                   "scene file for the twin (reserved: refused until the twin has scenes)")
+        ->needs(sim_flag);
     app.add_option("--speed", sim_options.speed, "run N times faster than real time (default 1)")
         ->check(CLI::PositiveNumber)
         ->needs(sim_flag);
