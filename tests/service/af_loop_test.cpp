@@ -28,22 +28,9 @@ constexpr uint64_t kMs = 1'000'000;
     return ::testing::AssertionSuccess();
 }
 
-TEST_F(AfLoopTest, StartTakesTheRowOfItsVariant) {
-    for (const auto& [variant, multiple, row] : {std::tuple{LoopVariant::console, 1.0f, 0},
-                                                 std::tuple{LoopVariant::application, 3.5f, 25}}) {
-        night_focus_man.state = NIGHT_STATE_SMALLSTEP;
-        night_focus_man.coarse_points[4].fv = 7;
-        start(variant);
-        EXPECT_EQ(current_multiple_index, row) << multiple;
-        EXPECT_EQ(night_focus_man.state, NIGHT_STATE_UNINITIALISED);
-        EXPECT_EQ(night_focus_man.coarse_points[4].fv, 0);
-        EXPECT_EQ(night_focus_man.range_near, TxtToDat[row][6]);
-        EXPECT_EQ(night_focus_man.range_far, TxtToDat[row][105] - 50);
-        EXPECT_EQ(state_.last_multiple, current_multiple);
-    }
-}
-
-TEST_F(AfLoopTest, ZoomInFreeModeSwitchesToCentreAndResetsOnTheSamePass) {
+// A zoom in free mode goes back to centre mode and starts afresh on the same pass; the
+// default search direction follows every zoom.
+TEST_F(AfLoopTest, ZoomChangesLeaveFreeModeAndSetTheProbeDirection) {
     start(LoopVariant::application);
     current_focus_mode = PDAF_FREE_MODE;
     pass();                      // the free mode seen
@@ -65,29 +52,16 @@ TEST_F(AfLoopTest, ZoomInFreeModeSwitchesToCentreAndResetsOnTheSamePass) {
                   "********change to center windows!\r\n",
                   "change mode or change multiple set laser_focus_compensation to be zero!\r\n",
                   "\r\n\r\n获取48窗口前,当前倍数:5.000000"}));
-}
 
-TEST_F(AfLoopTest, ZoomDirectionSetsTheDefaultProbeDirection) {
-    start(LoopVariant::console);
-    struct Case {
-        float multiple;
-        int32_t dir;
-        const char* text;  // nullptr: no zoom noticed
-    };
-    for (const Case& c :
-         {Case{5.0f, 1, "由倍数3.500100变到5.000000,小到大，所默认方向设置为近焦:1\r\n"},
-          Case{4.0f, -1, "由倍数5.000000变到4.000000,大到小，所默认方向设置为远焦:-1\r\n"},
-          Case{4.0f, -1, nullptr},
-          Case{4.5f, 1, "由倍数4.000000变到4.500000,小到大，所默认方向设置为近焦:1\r\n"}}) {
-        current_multiple = c.multiple;
+    for (const auto& [multiple, dir, text] :
+         {std::tuple{4.0f, -1, "由倍数5.000000变到4.000000,大到小，所默认方向设置为远焦:-1\r\n"},
+          std::tuple{4.0f, -1, ""},  // no zoom: nothing noticed
+          std::tuple{4.5f, 1, "由倍数4.000000变到4.500000,小到大，所默认方向设置为近焦:1\r\n"}}) {
+        current_multiple = multiple;
         pass();
-        EXPECT_EQ(defauult_probe_dir, c.dir) << c.multiple;
-        if (c.text) {
-            EXPECT_NE(output_.find(c.text), std::string::npos) << output_;
-        } else {
-            EXPECT_EQ(output_.find("由倍数"), std::string::npos);
-            EXPECT_EQ(output_.find("change mode or change multiple"), std::string::npos);
-        }
+        EXPECT_EQ(defauult_probe_dir, dir) << multiple;
+        EXPECT_EQ(output_.find("由倍数") != std::string::npos, *text != '\0') << multiple;
+        EXPECT_NE(output_.find(text), std::string::npos) << output_;
     }
 }
 
@@ -191,11 +165,19 @@ TEST_F(AfLoopTest, FourFailedFocusValueReadsThenAStaleStep) {
     }
 }
 
-// The two variants differ at night in free mode and on a new free point.
-TEST_F(AfLoopTest, FreeModeAtNightAndNewPointsByVariant) {
+// The two variants differ in the row they start from, at night in free mode and on a new
+// free point.
+TEST_F(AfLoopTest, VariantsDifferInStartRowFreeModeAtNightAndNewPoints) {
     for (LoopVariant variant : {LoopVariant::console, LoopVariant::application}) {
         const bool console = variant == LoopVariant::console;
+        night_focus_man.state = NIGHT_STATE_SMALLSTEP;
         start(variant);
+        // The console's variant starts from the row of x1.0 whatever the zoom.
+        const int32_t row = console ? 0 : 25;
+        EXPECT_EQ(current_multiple_index, row);
+        EXPECT_EQ(night_focus_man.state, NIGHT_STATE_UNINITIALISED);
+        EXPECT_EQ(night_focus_man.range_near, TxtToDat[row][6]);
+        EXPECT_EQ(night_focus_man.range_far, TxtToDat[row][105] - 50);
         current_focus_mode = PDAF_FREE_MODE;
         cur_day_night_mode = 1;
         pass();
