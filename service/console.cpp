@@ -28,8 +28,8 @@ constexpr float kMultipleMax = 11.0f;
 
 enum class Read { ok, end_of_input };
 
-// One "%d" of a choice's value: 0 when the entry is not a number; the rest of the line is
-// dropped.
+// One value in format, the rest of the line dropped. An entry that is not a number leaves
+// the value as the caller set it.
 Read read_value(FILE* in, const char* format, void* value) {
     if (std::fscanf(in, format, value) == EOF) return Read::end_of_input;
     safe_flush(in);
