@@ -4,7 +4,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "ipc/channel_layout.hpp"
+#include "channels/channel_layout.hpp"
 #include "ipc/ipc_internal.hpp"
 #include "zoomaf/assist_info.h"
 
@@ -33,11 +33,11 @@ int32_t fv_publish_consume_encodered_data(void* fv_record) {
         std::puts("\r\nError:fv_publish_consume_encodered_data SemaphoreP failed!\r");
         return -1;
     }
-    const bool fresh = zoomaf::ipc::update_flag(channel.shm_addr) == 1;
+    const bool fresh = zoomaf::channels::update_flag(channel.shm_addr) == 1;
     if (fresh) {
         // fv1 and fv2 only: the reserved rest carries nothing, and callers may keep just the two.
         std::memcpy(fv_record, channel.data_addr, offsetof(VrelFocusValues, reserved));
-        zoomaf::ipc::set_update_flag(channel.shm_addr, 0);
+        zoomaf::channels::set_update_flag(channel.shm_addr, 0);
     }
     if (VrelSemaphoreV(&channel) != 0) {
         std::puts("Error:fv_publish_consume_encodered_data VrelSemaphoreV failed!\r");

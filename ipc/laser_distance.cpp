@@ -5,9 +5,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "ipc/channel_layout.hpp"
-#include "zoomaf/app_pdaf.h"
+#include "channels/channel_layout.hpp"
 #include "zoomaf/assist_info.h"
+#include "zoomaf/service_state.h"
 
 VrelShareMan LaserMenManHandle{};
 uint16_t global_laser_distance = 0;
@@ -31,7 +31,8 @@ constexpr double kJumpFraction = 0.2;
 constexpr int32_t kJumpsRefused = 3;
 
 // The range clamps: no echo is kept, beyond 1600 m becomes 1599 m, a reading up to 4 m
-// becomes 4 m, and a 0 by day is taken as 200 m (the message says 350, as it always has).
+// becomes 4 m, and a 0 by day is taken as 200 m (the message says 350: the messages are
+// the system's own, letter for letter).
 uint16_t clamp_range(uint16_t d) {
     if (d == LASER_NO_ECHO) {
         std::puts("warning:laser 65535!\r");
@@ -98,7 +99,7 @@ uint16_t GetCurrentLaserDistance(void) {
         std::printf("\r\nError:GetCurrentLaserDistance SemaphoreP failed!");
         return global_laser_distance;
     }
-    if (zoomaf::ipc::update_flag(channel.shm_addr) != 1) {
+    if (zoomaf::channels::update_flag(channel.shm_addr) != 1) {
         if (VrelSemaphoreV(&channel) != 0) {
             std::puts("Error:GetCurrentLaserDistance VrelSemaphoreV  failed!\r");
             return global_laser_distance;
@@ -110,7 +111,7 @@ uint16_t GetCurrentLaserDistance(void) {
     }
     uint16_t d = 0;
     std::memcpy(&d, channel.data_addr, sizeof d);
-    zoomaf::ipc::set_update_flag(channel.shm_addr, 0);
+    zoomaf::channels::set_update_flag(channel.shm_addr, 0);
     if (VrelSemaphoreV(&channel) != 0) {
         std::puts("Error:GetCurrentLaserDistance VrelSemaphoreV  failed!\r");
         return global_laser_distance;

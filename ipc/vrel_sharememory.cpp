@@ -12,7 +12,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "ipc/channel_layout.hpp"
+#include "channels/channel_layout.hpp"
 #include "platform/platform.hpp"
 
 namespace {
@@ -50,7 +50,7 @@ extern "C" {
 
 int32_t VrelShareManInit(VrelShareMan* shareman, int32_t memmode) {
     std::printf("memmode = %d\r\n", memmode);
-    const auto structlen = zoomaf::ipc::channel_length(memmode);
+    const auto structlen = zoomaf::channels::channel_length(memmode);
     if (!structlen) {
         std::puts("Error:VrelShareManInit memmode was out of range!\r");
         return -2;
@@ -74,12 +74,12 @@ int32_t VrelShareManInit(VrelShareMan* shareman, int32_t memmode) {
 
 int32_t VrelShareMemoryInit(VrelShareMan* shareman, int32_t memmode) {
     if (shareman == nullptr) return -1;
-    const key_t key = zoomaf::ipc::shm_key(memmode);
+    const key_t key = zoomaf::channels::shm_key(memmode);
     shareman->shm_key = static_cast<uint32_t>(key);
     // No IPC_EXCL: whichever of the reader and the writer starts first creates the segment,
     // the other attaches to it. A negative structlen becomes a huge size the kernel refuses.
-    const int shmid = zoomaf::platform().shmget(key, zoomaf::ipc::segment_size(shareman->structlen),
-                                                IPC_CREAT | kPermissions);
+    const int shmid = zoomaf::platform().shmget(
+        key, zoomaf::channels::segment_size(shareman->structlen), IPC_CREAT | kPermissions);
     if (shmid < 0) {
         const int error = errno;
         std::printf(
@@ -106,7 +106,7 @@ int32_t VrelShareMemoryInit(VrelShareMan* shareman, int32_t memmode) {
 int32_t VrelCreateSemaphore(VrelShareMan* shareman, int32_t memmode) {
     if (shareman == nullptr) return -1;
     if (shareman->sem_id != -1) return 0;
-    const key_t key = zoomaf::ipc::sem_key(memmode);
+    const key_t key = zoomaf::channels::sem_key(memmode);
     const unsigned key_bits = static_cast<unsigned>(key);
     shareman->sem_id = zoomaf::platform().semget(key, 1, IPC_CREAT | IPC_EXCL | kPermissions);
     const int error = errno;
@@ -161,14 +161,14 @@ int32_t VrelSemaphoreP(VrelShareMan* shareman) {
         std::printf("SemaphoreP failed");
         return -1;
     }
-    zoomaf::ipc::semaphore_taken(shareman->sem_id);
+    zoomaf::channels::semaphore_taken(shareman->sem_id);
     return 0;
 }
 
 int32_t VrelSemaphoreV(VrelShareMan* shareman) {
     VREL_ASSERT(nullptr != shareman);
     VREL_ASSERT(-1 != shareman->sem_id);
-    zoomaf::ipc::semaphore_giving(shareman->sem_id);
+    zoomaf::channels::semaphore_giving(shareman->sem_id);
     if (semaphore_op(shareman->sem_id, 1) == -1) {
         std::printf("SemaphoreV failed");
         return -1;

@@ -27,10 +27,11 @@ void print_block(uint16_t first_reg, const char* format) {
     }
 }
 
-// On the board the right block of the module-memory variant has always been the 192 bytes
-// of compiled-in data that follow LRC_GAIN_TABLE_1: the setting-2 set, the DCC region set
+// The module-memory variant fills the right block with the 192 bytes of compiled-in data
+// that follow LRC_GAIN_TABLE_1 in the board's image: the setting-2 set, the DCC region set
 // and the first 40 bytes of the setting-3 set, each setting two little-endian 32-bit words.
-// Those bytes are formed here from the sets themselves, in that order.
+// The sensors on the board carry exactly those gains, so the bytes are formed here from
+// the sets themselves, in that order, instead of from a layout the compiler may change.
 std::array<uint8_t, IMX586_LRC_BLOCK> data_after_right_table() {
     std::array<uint8_t, IMX586_LRC_BLOCK> bytes{};
     size_t n = 0;

@@ -1,14 +1,14 @@
 // The PDAF window layouts the focus service programs into the sensor: the fixed centre
-// layout of eight windows, six windows around a centre point, one free rectangle; the PD
-// output switch; and the choice of the window the readouts use. Callers wrap a layout in a
-// group hold so that the sensor takes it at one frame boundary.
+// layout of eight windows, six windows around a centre point, one free rectangle (also the
+// centre mode's free area); and the PD output switch. This is the one unit that writes the
+// window registers. Callers wrap a layout in a group hold so that the sensor takes it at one
+// frame boundary.
+#include "sensor/pdaf_windows.hpp"
+
 #include <cstdio>
 
-#include "platform/platform.hpp"
-#include "zoomaf/app_pdaf.h"
 #include "zoomaf/imx586.h"
-
-uint8_t focus_area[8] = {0, 0, 0, 0, 0, 0, 0, 0};
+#include "zoomaf/service_state.h"
 
 namespace {
 
@@ -39,10 +39,21 @@ constexpr WindowStart kCentrePointOffsets[6] = {
     {-415, -332}, {-415, -249}, {-415, -166}, {-249, -332}, {-249, -249}, {-249, -166},
 };
 
-uint8_t read_back(uint16_t reg) {
+// Reads a register for the printout; a failed read shows as 0 and clears ok.
+uint8_t read_back(uint16_t reg, bool& ok) {
     uint8_t value = 0;
-    read_imx586_single_reg(reg, &value);
+    if (read_imx586_single_reg(reg, &value) != 0) ok = false;
     return value;
+}
+
+uint8_t read_back(uint16_t reg) {
+    bool ignored = true;
+    return read_back(reg, ignored);
+}
+
+// Writes a register; a failed write clears ok.
+void write_reg(uint16_t reg, uint8_t value, bool& ok) {
+    if (write_imx586_single_reg(reg, value) != 0) ok = false;
 }
 
 // Bits 12..8 and 7..0 of a coordinate. The sums are formed in 64 bits so that any start
@@ -52,19 +63,20 @@ void put_coordinate(int index, int64_t value) {
     focus_area[index + 1] = static_cast<uint8_t>(value & 0xFF);
 }
 
-// Writes window k and reads it back; a mismatch is only printed.
-void write_window(int k, int32_t x, int32_t y, int32_t width, int32_t height) {
+// Writes window k and reads it back; a mismatch is only printed. A register that could not
+// be written or read clears ok.
+void write_window(int k, int64_t x, int64_t y, int64_t width, int64_t height, bool& ok) {
     put_coordinate(0, x);
     put_coordinate(2, y);
-    put_coordinate(4, int64_t{x} + width);
-    put_coordinate(6, int64_t{y} + height);
+    put_coordinate(4, x + width);
+    put_coordinate(6, y + height);
     const uint16_t first = static_cast<uint16_t>(kWindowGeometryReg + 8 * k);
-    for (int i = 0; i < 8; ++i)
-        write_imx586_single_reg(static_cast<uint16_t>(first + i), focus_area[i]);
+    for (int i = 0; i < 8; ++i) write_reg(static_cast<uint16_t>(first + i), focus_area[i], ok);
     for (int i = 0; i < 8; ++i) {
         const uint16_t reg = static_cast<uint16_t>(first + i);
-        std::printf("\r\nread windows addr:0x%x,value:0x%x,source write value:0x%x", reg,
-                    read_back(reg), focus_area[i]);
+        const uint8_t value = read_back(reg, ok);
+        std::printf("\r\nread windows addr:0x%x,value:0x%x,source write value:0x%x", reg, value,
+                    focus_area[i]);
     }
 }
 
@@ -93,15 +105,34 @@ void announce_window(int32_t x, int32_t y) {
 
 }  // namespace
 
+namespace zoomaf::sensor {
+
+bool write_single_window(int64_t x, int64_t y, int64_t width, int64_t height) {
+    bool ok = true;
+    write_reg(kAreaModeReg, kAreaModeWindows, ok);
+    write_reg(kWindowEnableReg, 1, ok);
+    const uint8_t mode = read_back(kAreaModeReg, ok);
+    std::printf("\r\n0x38A3 value:0x%x", mode);
+    const uint8_t enabled = read_back(kWindowEnableReg, ok);
+    std::printf("\r\n0x38AC value:0x%x", enabled);
+    write_window(0, x, y, width, height, ok);
+    std::puts("\r");
+    return ok;
+}
+
+}  // namespace zoomaf::sensor
+
 extern "C" {
 
-// The ratio is accepted and not used: every ratio gives the same layout.
+// The ratio is accepted and not used: every ratio gives the same layout. The layouts report
+// no failure of their own: the register primitives print theirs.
 int set_pdaf_windows_center_area(int32_t /*ratio*/) {
     enable_all_windows();
+    bool ok = true;
     for (int k = 0; k < kWindowCount; ++k) {
         const WindowStart start = kCentreWindows[k];
         if (k > 0) announce_window(start.x, start.y);
-        write_window(k, start.x, start.y, kWindowWidth, kWindowHeight);
+        write_window(k, start.x, start.y, kWindowWidth, kWindowHeight, ok);
     }
     return 0;
 }
@@ -110,12 +141,13 @@ int set_pdaf_windows_center_area(int32_t /*ratio*/) {
 // low 13 bits. Windows 6 and 7 stay enabled with the geometry they had.
 int set_pdaf_area_windows_by_center_coordinate(int32_t center_x, int32_t center_y) {
     enable_all_windows();
+    bool ok = true;
     for (int k = 0; k < 6; ++k) {
         const WindowStart offset = kCentrePointOffsets[k];
         const int32_t x = static_cast<int32_t>(int64_t{center_x} + offset.x);
         const int32_t y = static_cast<int32_t>(int64_t{center_y} + offset.y);
         if (k > 0) announce_window(x, y);
-        write_window(k, x, y, kWindowWidth, kWindowHeight);
+        write_window(k, x, y, kWindowWidth, kWindowHeight, ok);
     }
     return 0;
 }
@@ -131,18 +163,11 @@ int set_pdaf_windows_free_area(int32_t x_start, int32_t y_start, int32_t width, 
     if (x_start > kSpaceWidth - 1 - width) x_start = kSpaceWidth - 2 - width;
     if (y_start < 0) y_start = 0;
     if (y_start > kSpaceHeight - 1 - height) y_start = kSpaceHeight - 2 - height;
-    // There is no pause; the text is the one the bench logs have always shown.
+    // There is no pause: the text names one that the layout does not need.
     std::printf(
         "\r\n\r\nsleep 5s PDAF SWITCH CHENTER AREA:xstart:%d,ystart:%d,width:%d,height:%d\r\n",
         x_start, y_start, width, height);
-
-    // Only window 0 is enabled here; the other enables keep their values.
-    write_imx586_single_reg(kAreaModeReg, kAreaModeWindows);
-    write_imx586_single_reg(kWindowEnableReg, 1);
-    std::printf("\r\n0x38A3 value:0x%x", read_back(kAreaModeReg));
-    std::printf("\r\n0x38AC value:0x%x", read_back(kWindowEnableReg));
-    write_window(0, x_start, y_start, width, height);
-    std::puts("\r");
+    zoomaf::sensor::write_single_window(x_start, y_start, width, height);
     return 0;
 }
 
@@ -150,25 +175,6 @@ int switch_pd_output(uint8_t value) {
     write_imx586_single_reg(kPdOutputReg, value);
     std::printf("\r\npd output addr:0x%x,value:0x%x\r\n", kPdOutputReg, read_back(kPdOutputReg));
     return 0;
-}
-
-// Under the service lock; the one-second hold keeps the focus loop off the sensor while the
-// new choice settles, also when the index was refused.
-int change_select_pdaf_window(int32_t index) {
-    try_lock();
-    int result = -1;
-    if (index < 0 || index > 7) {
-        std::printf("Error:window index:%d is out of range:0~6!\r\n", index);
-    } else if (index >= 1 && index <= 4) {
-        std::printf("Error:window index:%d is out of range:0/5/6/7!\r\n", index);
-    } else {
-        std::printf("change window index form %d to %d\r\n", current_select_pdaf_window, index);
-        current_select_pdaf_window = index;
-        result = 0;
-    }
-    zoomaf::platform().sleep_ns(1000000000ull);
-    unlock();
-    return result;
 }
 
 }  // extern "C"

@@ -44,7 +44,8 @@ void report_open_failure() {
 }
 
 // A 1-byte write at a 16-bit register address of the sensor on bus; pause_after in
-// microseconds. The version write reports a failure with the read text, as it always did.
+// microseconds. The version write reports a failure with the read text: the messages are
+// the system's own, letter for letter.
 int write_sensor_reg(int bus, uint16_t reg, uint8_t value, uint64_t pause_after,
                      const char* failure_format) {
     const int fd = open_bus(bus);
@@ -123,8 +124,8 @@ int write_sensor_version_reg(uint16_t reg, uint8_t value) {
 }
 
 // The length is checked against the 64-byte receive buffer (a longer read would overrun
-// it); a bad length or buffer is refused with a message before the bus is touched. Bus
-// failures stay silent, as they always were.
+// it); a bad length or buffer is refused with a message before the bus is touched. A bus
+// failure prints nothing here; the caller sees -1.
 int iic_read_single_reg(uint8_t reg, int32_t len, uint8_t* buf) {
     if (buf == nullptr || len < 1 || len > kDataBufferSize) {
         std::printf("iic_read_single_reg: length %d is not 1..%d or no buffer given\r\n", len,

@@ -4,8 +4,8 @@
 #include <algorithm>
 #include <cstdio>
 
-#include "zoomaf/app_pdaf.h"
 #include "zoomaf/imx586.h"
+#include "zoomaf/service_state.h"
 
 namespace {
 

@@ -15,7 +15,6 @@
 
 int32_t laser_motor_calibration[LENS_TABLE_ROWS] = {};
 int32_t calibration_offset_step = 0;
-int32_t pd_calibration_value = 0;
 
 namespace zoomaf {
 namespace {

@@ -3,15 +3,11 @@
 // the sensor takes the new window at one frame boundary.
 #include <cstdio>
 
+#include "sensor/pdaf_windows.hpp"
 #include "zoomaf/app_pdaf.h"
 #include "zoomaf/imx586.h"
 
 namespace {
-
-constexpr uint16_t kAreaModeReg = 0x38A3;
-constexpr uint8_t kAreaModeWindows = 2;
-constexpr uint16_t kFirstWindowEnableReg = 0x38AC;
-constexpr uint16_t kFirstWindowGeometryReg = 0x38B4;
 
 bool in_centre_mode() {
     return current_focus_mode.load(std::memory_order_relaxed) == PDAF_CENTER_MODE;
@@ -21,19 +17,6 @@ void say_not_centre_mode() {
     std::puts(
         "\r\n\r\nError: AppSetCenterFocusWindownsRatio the current mode is no equal to "
         "PDAF_CENTER_MODE!\r");
-}
-
-// Bits 12..8 and 7..0 of a coordinate, as the window registers take it.
-void put_coordinate(int index, uint32_t value) {
-    focus_area[index] = static_cast<uint8_t>((value >> 8) & 0x1F);
-    focus_area[index + 1] = static_cast<uint8_t>(value & 0xFF);
-}
-
-// Reads a register for the printout; a failed read shows as 0 and marks the area failed.
-uint8_t read_back(uint16_t reg, bool& ok) {
-    uint8_t value = 0;
-    if (read_imx586_single_reg(reg, &value) != 0) ok = false;
-    return value;
 }
 
 }  // namespace
@@ -62,10 +45,10 @@ int32_t AppSetCenterFocusWindownsRatio(int32_t ratio) {
 }
 
 // The mode message names the ratio call and the bounds are one below those of
-// AppSetFocusCoordinates; no lower bound is checked on the size. Unlike the ratio call of
-// old this one also takes the service lock: the sensor's transfer buffers are shared with
-// the loop's PD readout, which runs under that lock. The result is the closing group
-// hold's, or -1 when the area did not reach the sensor.
+// AppSetFocusCoordinates; no lower bound is checked on the size. Like the ratio call it takes
+// the service lock: the sensor's transfer buffers are shared with the loop's PD readout,
+// which runs under that lock. The result is the closing group hold's, or -1 when the area
+// did not reach the sensor.
 int32_t AppSetCenterFocusWindownsFreearea(int32_t x, int32_t y, int32_t width, int32_t height) {
     if (!in_centre_mode()) {
         say_not_centre_mode();
@@ -96,35 +79,12 @@ int32_t AppSetCenterFocusWindownsFreearea(int32_t x, int32_t y, int32_t width, i
     return area != 0 ? area : hold;
 }
 
-// Window 0 of the eight-window mode as one rectangle: start X, start Y, end X, end Y, each
-// 13 bits. Every register is read back and printed (inside a group hold the sensor still
-// shows the old values). Returns 0, or -1 (with a message) when a register could not be
-// written or read: a window that did not reach the sensor must not look set.
+// Window 0 of the eight-window mode as one rectangle, written by the sensor's window unit.
+// Returns 0, or -1 (with a message) when a register could not be written or read: a window
+// that did not reach the sensor must not look set.
 int32_t set_pdaf_centermode_freearea_attr(uint32_t x, uint32_t y, uint32_t width, uint32_t height) {
     std::puts("PDAF SWITCH CHENTER AREA:\r");
-    bool ok = write_imx586_single_reg(kAreaModeReg, kAreaModeWindows) == 0;
-    ok = write_imx586_single_reg(kFirstWindowEnableReg, 1) == 0 && ok;
-    const uint8_t mode = read_back(kAreaModeReg, ok);
-    std::printf("\r\n0x38A3 value:0x%x", mode);
-    const uint8_t enabled = read_back(kFirstWindowEnableReg, ok);
-    std::printf("\r\n0x38AC value:0x%x", enabled);
-
-    put_coordinate(0, x);
-    put_coordinate(2, y);
-    put_coordinate(4, x + width);
-    put_coordinate(6, y + height);
-    for (int i = 0; i < 8; ++i) {
-        const uint16_t reg = static_cast<uint16_t>(kFirstWindowGeometryReg + i);
-        ok = write_imx586_single_reg(reg, focus_area[i]) == 0 && ok;
-    }
-    for (int i = 0; i < 8; ++i) {
-        const uint16_t reg = static_cast<uint16_t>(kFirstWindowGeometryReg + i);
-        const uint8_t value = read_back(reg, ok);
-        std::printf("\r\nread windows addr:0x%x,value:0x%x,source write value:0x%x", reg, value,
-                    focus_area[i]);
-    }
-    std::puts("\r");
-    if (!ok) {
+    if (!zoomaf::sensor::write_single_window(x, y, width, height)) {
         std::puts("Error: set_pdaf_centermode_freearea_attr the area did not reach the sensor!\r");
         return -1;
     }

@@ -1,7 +1,8 @@
 // The control calls through which the camera application steers the focus service: focus
 // mode, free-mode point, loop period, day/night, and the small queries. They only set
 // state and flags; the auto-focus loop acts on them on its next pass. The mode tests are
-// made before the service lock is taken, as the application has always relied on.
+// made before the service lock is taken, so a refused call answers at once even while a
+// pass holds the lock; the application relies on that.
 #include <cstdio>
 
 #include "zoomaf/app_pdaf.h"

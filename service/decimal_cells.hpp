@@ -1,5 +1,5 @@
-// The number files of the service (the lens table, the laser calibration) are read the
-// way the board has always read them: one decimal integer (leading white space skipped),
+// The number files of the service (the lens table, the laser calibration) are read by the
+// rule the shipped files are written for: one decimal integer (leading white space skipped),
 // then exactly one character skipped as its separator. So "1,2,3\n" and "1\r\n2\r\n3" both
 // give 1, 2, 3. This reader adds what the bare rule lacks: it knows the line of each
 // number, and it tells a cell that is not a number from the end of the file.

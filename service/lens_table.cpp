@@ -23,8 +23,8 @@ struct Table {
 };
 
 // Reads the file's cells into table, row by row. A file that ends early leaves the cells
-// after its end as they were (the table's rule of old). Returns false, having said why,
-// when a cell is not a number.
+// after its end as they were, so a short update file changes only the rows it has.
+// Returns false, having said why, when a cell is not a number.
 bool read_cells(FILE* file, Table& table) {
     DecimalCells cells(file);
     if (cells.read_failed()) {

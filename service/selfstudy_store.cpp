@@ -95,8 +95,8 @@ int32_t get_selfstudy_motor(int32_t row, int32_t laser) {
     return motor;
 }
 
-// The distance picks a pair of neighbouring lens table columns; no distance picks column 1
-// (the table of old has it so).
+// The distance picks a pair of neighbouring lens table columns by the ranges below; no
+// distance picks column 1 (2 m and less pick column 0, 3 m picks column 2).
 int32_t judge_is_laserdistance_relateto_motorposition(int32_t motor, int32_t distance,
                                                       float multiple) {
     const int32_t row = AppSetMultipleSectionRelation(multiple);

@@ -10,8 +10,8 @@
 #include <string>
 
 #include "tools/demo_options.hpp"
-#include "twin/board.hpp"
-#include "twin/recording_platform.hpp"
+#include "twin/kernel/recording_platform.hpp"
+#include "twin/module/board.hpp"
 #include "zoomaf/lib_motor.h"
 
 namespace {
@@ -32,9 +32,21 @@ struct Pacing {
     int zoom = 0, focus = 0, driver_zoom = 0, driver_focus = 0;
 };
 
+int position(Board& board, Motor motor) {
+    return board.with<zoomaf::twin::LensMotor>(motor, [](auto& m) { return m.position(); });
+}
+uint64_t vd_pulses(Board& board) {
+    return board.with<zoomaf::twin::DriverChip>([](auto& chip) { return chip.vd_pulses(); });
+}
+size_t timing_faults(Board& board) {
+    size_t count = 0;
+    for (const auto& fault : board.faults()) count += fault.kind == zoomaf::twin::FaultKind::timing;
+    return count;
+}
+
 template <class Move>
 Pacing measured(const char* what, Board& board, RecordingPlatform& meter, double speed, Move move) {
-    const uint64_t pulses = board.vd_pulses();
+    const uint64_t pulses = vd_pulses(board);
     const uint64_t slept = meter.slept_ns_at_least(0);
     const uint64_t waits = meter.slept_ns_at_least(kPeriodWaitMinNs);
     const uint64_t start = real_ns();
@@ -42,11 +54,11 @@ Pacing measured(const char* what, Board& board, RecordingPlatform& meter, double
     Pacing p;
     p.what = what;
     p.elapsed_ns = double(real_ns() - start);
-    p.periods = board.vd_pulses() - pulses;
+    p.periods = vd_pulses(board) - pulses;
     p.prescribed_ns = double(meter.slept_ns_at_least(0) - slept) / speed;
     p.period_waits_ns = double(meter.slept_ns_at_least(kPeriodWaitMinNs) - waits) / speed;
-    p.zoom = board.motor_position(Motor::zoom);
-    p.focus = board.motor_position(Motor::focus);
+    p.zoom = position(board, Motor::zoom);
+    p.focus = position(board, Motor::focus);
     p.driver_zoom = GetCurSteps(MOTOR_ZOOM);
     p.driver_focus = GetCurSteps(MOTOR_FOCUS);
     return p;
@@ -84,16 +96,16 @@ int main(int argc, char** argv) {
                                    : zoomaf::twin::DriverType::ms41928});
     RecordingPlatform meter(board);
     zoomaf::install_platform(&meter);
-    const int zoom_start = board.motor_position(Motor::zoom);
-    const int focus_start = board.motor_position(Motor::focus);
+    const int zoom_start = position(board, Motor::zoom);
+    const int focus_start = position(board, Motor::focus);
 
     // Homing is not what is measured: it runs ten times faster than the moves.
     board.set_real_time(10 * speed);
     const uint32_t init = Initmotor(10, 1);
     board.set_real_time(speed);
     std::printf("\n== Initmotor(10, 1) = %u; homed from zoom %d, focus %d to zoom %d, focus %d\n",
-                init, zoom_start, focus_start, board.motor_position(Motor::zoom),
-                board.motor_position(Motor::focus));
+                init, zoom_start, focus_start, position(board, Motor::zoom),
+                position(board, Motor::focus));
 
     const Pacing wide =
         measured("zoom to x3.5 (StartRun)", board, meter, speed, [] { SetMultiple(0, 0, 3.5f); });
@@ -105,8 +117,8 @@ int main(int argc, char** argv) {
     std::printf("\n== VD pacing in real time (speed %g), %s module, seed %llu\n", speed,
                 ms41908 ? "MS41908" : "MS41928", (unsigned long long)seed);
     for (const Pacing& p : {wide, focus, tele}) report(p);
-    std::printf("  timing faults %llu, VD pulses %llu\n", (unsigned long long)board.timing_faults(),
-                (unsigned long long)board.vd_pulses());
+    std::printf("  timing faults %llu, VD pulses %llu\n", (unsigned long long)timing_faults(board),
+                (unsigned long long)vd_pulses(board));
     zoomaf::install_platform(nullptr);
-    return init == 0 && board.timing_faults() == 0 ? 0 : 1;
+    return init == 0 && timing_faults(board) == 0 ? 0 : 1;
 }

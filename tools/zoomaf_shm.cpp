@@ -18,7 +18,7 @@
 #include <string_view>
 #include <vector>
 
-#include "ipc/channel_layout.hpp"
+#include "channels/channel_layout.hpp"
 #include "ipc/key_offset_platform.hpp"
 #include "zoomaf/assist_info.h"
 #include "zoomaf/vrel_sharememory.h"
@@ -94,7 +94,7 @@ int publish(int memmode, const void* payload, size_t size) {
         return kExitSystem;
     }
     std::memcpy(channel->data_addr, payload, size);
-    zoomaf::ipc::set_update_flag(channel->shm_addr, 1);
+    zoomaf::channels::set_update_flag(channel->shm_addr, 1);
     if (VrelSemaphoreV(&*channel) != 0) {
         std::fprintf(stderr, "\nzoomaf-shm: channel %d: semaphore not given back\n", memmode);
         return kExitSystem;
@@ -147,16 +147,16 @@ int dump(int memmode, uint32_t key_offset) {
         std::fprintf(stderr, "\nzoomaf-shm: channel %d: semaphore not taken\n", memmode);
         return kExitSystem;
     }
-    const uint32_t flag = zoomaf::ipc::update_flag(channel->shm_addr);
-    const uint32_t reserved = zoomaf::ipc::reserved_word(channel->shm_addr);
+    const uint32_t flag = zoomaf::channels::update_flag(channel->shm_addr);
+    const uint32_t reserved = zoomaf::channels::reserved_word(channel->shm_addr);
     std::memcpy(payload.data(), channel->data_addr, payload.size());
     std::memcpy(&tail, channel->data_addr + length, sizeof tail);
     if (VrelSemaphoreV(&*channel) != 0) {
         std::fprintf(stderr, "\nzoomaf-shm: channel %d: semaphore not given back\n", memmode);
         return kExitSystem;
     }
-    const unsigned shm_key = static_cast<unsigned>(zoomaf::ipc::shm_key(memmode));
-    const unsigned sem_key = static_cast<unsigned>(zoomaf::ipc::sem_key(memmode));
+    const unsigned shm_key = static_cast<unsigned>(zoomaf::channels::shm_key(memmode));
+    const unsigned sem_key = static_cast<unsigned>(zoomaf::channels::sem_key(memmode));
     std::printf("channel %d: shm key 0x%X, sem key 0x%X, payload %zu bytes\n", memmode, shm_key,
                 sem_key, length);
     if (key_offset != 0) {

@@ -1,109 +1,69 @@
-/* The focus service: its shared state, its locks and the control API of the camera
-   application. One focus service per process; all state is process-global. */
+/* The focus service: the control API of the camera application, the start-up files and lens
+   table, the self-study store, and the service's policy on the assist channels. Its shared
+   state and locks are in zoomaf/service_state.h, included here. One focus service per
+   process; all state is process-global. */
 #ifndef ZOOMAF_APP_PDAF_H
 #define ZOOMAF_APP_PDAF_H
 
-#include <pthread.h>
 #include <stdint.h>
 
 #include "zoomaf/export.h"
-
-/* Flags read across threads without the service lock are atomics (relaxed order): the
-   same int32/int8 in memory, without a data race. */
-#ifdef __cplusplus
-#include <atomic>
-#define ZOOMAF_ATOMIC(T) std::atomic<T>
-#else
-#define ZOOMAF_ATOMIC(T) _Atomic T
-#endif
+#include "zoomaf/service_state.h"
 
 ZOOMAF_EXTERN_C_BEGIN
 
-/* Focus modes (current_focus_mode). */
-#define PDAF_CENTER_MODE 0
-#define PDAF_FREE_MODE 1
-#define MANUAL_FOCUS_MODE 2
-
-/* ---- Shared state; guarded by the service lock unless atomic ---------------------------- */
-
-/* Read without the lock by the setters' mode tests, so atomic. */
-ZOOMAF_API extern ZOOMAF_ATOMIC(int32_t) current_focus_mode;
-ZOOMAF_API extern int32_t cur_day_night_mode; /* 0 day, non-zero night */
-ZOOMAF_API extern float current_multiple;
-ZOOMAF_API extern int32_t motor_position; /* focus motor step, -1 before the first move */
-ZOOMAF_API extern int32_t current_shockperiod;
-ZOOMAF_API extern int32_t is_coordinates_update;
-ZOOMAF_API extern int32_t free_focus_pointx;
-ZOOMAF_API extern int32_t free_focus_pointy;
-ZOOMAF_API extern int32_t free_focus_width;
-ZOOMAF_API extern int32_t free_focus_height;
-ZOOMAF_API extern int32_t is_manual_positon_update;
-ZOOMAF_API extern float manual_positon_percentage;
-ZOOMAF_API extern int32_t is_center_af_winratio_update;
-ZOOMAF_API extern ZOOMAF_ATOMIC(int32_t) is_free_focus_opr_over;
-ZOOMAF_API extern int32_t current_select_pdaf_window; /* PDAF window chosen; 0 on mode change */
-ZOOMAF_API extern int32_t laser_focus_compensation;   /* -5: none learned */
-ZOOMAF_API extern int32_t pdafcnt_over_multiple_change;
-ZOOMAF_API extern int32_t defauult_probe_dir;
-/* Row of mator_step_section for the current zoom; read without the lock by
-   AppGetFocusPercentagePosition, so atomic. */
-ZOOMAF_API extern ZOOMAF_ATOMIC(int32_t) multiple_index;
-ZOOMAF_API extern int32_t current_multiple_index;
-ZOOMAF_API extern ZOOMAF_ATOMIC(int32_t) zoom_running_flag;
-ZOOMAF_API extern ZOOMAF_ATOMIC(int32_t) onoff;
-ZOOMAF_API extern ZOOMAF_ATOMIC(int32_t) init_motor_status;
-
-/* ---- Locks -------------------------------------------------------------------------------- */
-
-ZOOMAF_API extern pthread_mutex_t motro_safe_lock; /* the service lock */
-ZOOMAF_API extern pthread_mutex_t laser_safe_lock;
-/* One-byte spin counters: test and increment are two steps by design. */
-ZOOMAF_API extern ZOOMAF_ATOMIC(int8_t) ptz_lock;
-ZOOMAF_API extern ZOOMAF_ATOMIC(int8_t) selfstudy_info_write_lock;
-/* Present and never used by any operation. */
-ZOOMAF_API extern int8_t motor_lock;
-ZOOMAF_API extern int8_t laser_lock;
-
-ZOOMAF_API int try_lock(void);
-ZOOMAF_API int unlock(void);
-ZOOMAF_API int laser_try_lock(void);
-ZOOMAF_API int laser_unlock(void);
-ZOOMAF_API int ptz_try_lock(void);
-ZOOMAF_API int ptz_unlock(void);
-ZOOMAF_API int selfstudy_write_try_lock(void);
-ZOOMAF_API int selfstudy_write_unlock(void);
-
-/* ---- Control API ---------------------------------------------------------------------------
+/* ---- Control API (service/control_api.cpp) -------------------------------------------------
    Results: 0 success, -1 wrong mode or state, -2 argument out of range; on an error the
    call prints why and changes nothing. The mode tests are made before the lock is taken. */
 
 ZOOMAF_API int32_t AppSetMode(int32_t mode);
 ZOOMAF_API int32_t AppSetFocusCoordinates(int32_t x, int32_t y);
-/* Whole percent 0..100 of the current zoom's focus range (the setter takes a fraction). */
-ZOOMAF_API int32_t AppGetFocusPercentagePosition(void);
-ZOOMAF_API int32_t AppSetFocusPercentagePosition(float fraction);
 ZOOMAF_API int32_t AppSetShockPeriod(int32_t ms);
-ZOOMAF_API int32_t AppSetCenterFocusWindownsRatio(int32_t ratio);
-ZOOMAF_API int32_t AppSetCenterFocusWindownsFreearea(int32_t x, int32_t y, int32_t width,
-                                                     int32_t height);
-ZOOMAF_API int32_t set_pdaf_centermode_freearea_attr(uint32_t x, uint32_t y, uint32_t width,
-                                                     uint32_t height);
 ZOOMAF_API int32_t AppGetFocusMode(void);
 ZOOMAF_API int32_t set_day_or_night_focus_mode(int32_t mode);
 ZOOMAF_API int32_t GetFocusStart(void);
 ZOOMAF_API int32_t GetLaserCompensationValue(void);
 ZOOMAF_API int32_t return_motor_init_status(void);
 ZOOMAF_API int32_t InitCheckMotor(void);
-/* *out = 0; the file is not read in this version. Returns 0. */
-ZOOMAF_API int32_t get_motor_calibration_step(const char* path, int32_t* out);
-/* *out = the decimal integer at the start of the file (first 16 bytes); untouched when the
-   file cannot be opened. Returns 0. */
-ZOOMAF_API int32_t get_pd_calibration_step(const char* path, int32_t* out);
 /* Accepted and doing nothing: both return 0. */
 ZOOMAF_API int32_t definition_focus_init(void);
 ZOOMAF_API int32_t set_focus_distance_mode(int32_t mode);
 
-/* ---- Lens table and calibration ------------------------------------------------------------ */
+/* ---- Manual focus position (service/manual_position.cpp) ------------------------------------- */
+
+/* Whole percent 0..100 of the current zoom's focus range (the setter takes a fraction). */
+ZOOMAF_API int32_t AppGetFocusPercentagePosition(void);
+ZOOMAF_API int32_t AppSetFocusPercentagePosition(float fraction);
+
+/* ---- Centre-mode window (service/centre_window.cpp) ------------------------------------------ */
+
+ZOOMAF_API int32_t AppSetCenterFocusWindownsRatio(int32_t ratio);
+ZOOMAF_API int32_t AppSetCenterFocusWindownsFreearea(int32_t x, int32_t y, int32_t width,
+                                                     int32_t height);
+ZOOMAF_API int32_t set_pdaf_centermode_freearea_attr(uint32_t x, uint32_t y, uint32_t width,
+                                                     uint32_t height);
+
+/* ---- Host entries (service/host_entries.cpp) ------------------------------------------------- */
+
+/* The PTZ or the mounting platform moved: back to centre focus from scratch; 0. */
+ZOOMAF_API int32_t SetPZTstart(void);
+/* Takes the service lock and holds it for one second. 0, or -1 for an index not 0/5/6/7. */
+ZOOMAF_API int change_select_pdaf_window(int32_t index);
+
+/* ---- Area-focus updates (service/area_focus_updates.cpp) ------------------------------------- */
+
+/* Thread routine (pthread start routine; its argument is not used): polls the area-focus
+   channel every 100 ms for the life of the process and switches to free-area focus on each
+   new point. Returns NULL only on a semaphore failure, and then still holds the service
+   lock. */
+ZOOMAF_API void* GetAreaFocusUpdateStatus(void* unused);
+
+/* ---- Laser channel start-up (service/laser_channel_init.cpp) --------------------------------- */
+
+/* Opens the laser channel and prints the versions; 0. */
+ZOOMAF_API int32_t LaserShareMemeoryInit(void);
+
+/* ---- Lens table (service/lens_table.cpp, service/multiple_row.cpp) --------------------------- */
 
 #define LENS_TABLE_ROWS 170                        /* x1.0 .. x17.9 by 0.1 */
 #define LENS_TABLE_COLUMNS 108                     /* column 107 is not in the file and stays 0 */
@@ -127,19 +87,30 @@ ZOOMAF_API extern int32_t TxtToDat[LENS_TABLE_ROWS][LENS_TABLE_COLUMNS];
    calibration. */
 ZOOMAF_API extern int32_t mator_step_section[LENS_TABLE_ROWS][3];
 ZOOMAF_API extern int32_t template_mator_step_section[LENS_TABLE_ROWS][3];
-/* Per row: the unit's calibrated step at the reference distance (column 5); 0 = none. */
-ZOOMAF_API extern int32_t laser_motor_calibration[LENS_TABLE_ROWS];
-ZOOMAF_API extern int32_t calibration_offset_step; /* added to every step of TxtToDat */
-ZOOMAF_API extern int32_t pd_calibration_value;    /* added to every PD read */
 
 /* Row of a zoom multiple: 1.0 is 0, 1.1 is 1, 17.9 is 169 (clamped to 0..169). */
 ZOOMAF_API int32_t AppSetMultipleSectionRelation(float multiple);
 ZOOMAF_API int32_t ReadAFTXT(void);
+
+/* ---- Calibration files (service/calibration.cpp) --------------------------------------------
+   The PD offset they load, pd_calibration_value, is shared state (zoomaf/service_state.h). */
+
+/* Per row: the unit's calibrated step at the reference distance (column 5); 0 = none. */
+ZOOMAF_API extern int32_t laser_motor_calibration[LENS_TABLE_ROWS];
+ZOOMAF_API extern int32_t calibration_offset_step; /* added to every step of TxtToDat */
+
 /* 0 when the file was read, -1 when it could not be opened or held something that is not
    a number (the table then stays as it was). */
 ZOOMAF_API int32_t ReadLaserCalibration(void);
 ZOOMAF_API int32_t motor_init_calibration(void); /* always 0 */
 ZOOMAF_API int32_t pd_init_calibration(void);    /* always 0 */
+/* *out = 0; the file is not read in this version. Returns 0. */
+ZOOMAF_API int32_t get_motor_calibration_step(const char* path, int32_t* out);
+/* *out = the decimal integer at the start of the file (first 16 bytes); untouched when the
+   file cannot be opened. Returns 0. */
+ZOOMAF_API int32_t get_pd_calibration_step(const char* path, int32_t* out);
+
+/* ---- Versions (service/versions.cpp) --------------------------------------------------------- */
 
 /* A version record: for the motor driver the PCB (hardware) version, then main and sub;
    for the focus software the DCC version, then main and sub. */
@@ -152,7 +123,7 @@ typedef struct VersionTriple {
 ZOOMAF_API VersionTriple ReadMotorVersion(void);
 ZOOMAF_API VersionTriple ReadAppPdafVersion(void);
 
-/* ---- Self-study store ----------------------------------------------------------------------
+/* ---- Self-study store (service/selfstudy_store.cpp, selfstudy_file.cpp, selfstudy_start.cpp)
    For every zoom row and laser distance index, the focus step at which a phase-detection
    focus once succeeded with the best confidence; kept in "./laserclearinfo" as a raw,
    little-endian image of the memory. */

@@ -11,10 +11,11 @@
 #include <stdint.h>
 
 #include "zoomaf/export.h"
+#include "zoomaf/service_state.h"
 
 ZOOMAF_EXTERN_C_BEGIN
 
-/* ---- Register access ------------------------------------------------------------------- */
+/* ---- Register access (sensor/register_access.cpp) ------------------------------------------ */
 
 /* All return 0 on success and -1 on failure. Each access opens the bus, makes exactly one
    I2C_RDWR transfer and closes the bus again. */
@@ -30,30 +31,31 @@ ZOOMAF_API int write_motor_single_reg(uint8_t reg, uint8_t value); /* bus 9, 0x0
 ZOOMAF_API int write_imx586_group_hold(uint8_t value);
 ZOOMAF_API int write_imx586_pd_read_hold(uint8_t value);
 
-/* The lens voice-coil driver: enable, and a 10-bit position (clamped to 1023) that is also
-   stored in motor_position. Both return 0. */
+/* ---- Lens voice-coil driver (sensor/voice_coil.cpp) ----------------------------------------- */
+
+/* Enable, and a 10-bit position (clamped to 1023) that is also stored in motor_position.
+   Both return 0. */
 ZOOMAF_API int set_586_mator_enable(void);
 ZOOMAF_API int set_586_mator_position(uint16_t pos);
+
+/* ---- Identification (sensor/sensor_id.cpp) -------------------------------------------------- */
 
 /* Start-up identification: reads and reports the chip type (0x40 expected). Returns 0. */
 ZOOMAF_API int read_sensor_id(void);
 
-/* ---- PDAF window layouts --------------------------------------------------------------- */
-
-/* The window being written: x start, y start, x end, y end, each as bits 12..8 then 7..0. */
-ZOOMAF_API extern uint8_t focus_area[8];
-/* The window index the readouts use, current_select_pdaf_window, is service state
-   (zoomaf/app_pdaf.h); change_select_pdaf_window sets it. */
+/* ---- PDAF window layouts (sensor/pdaf_windows.cpp) ------------------------------------------
+   The only writer of the window registers. The window being written is assembled in
+   focus_area, and the window index the readouts use is current_select_pdaf_window: both
+   are shared state (zoomaf/service_state.h). */
 
 ZOOMAF_API int set_pdaf_windows_center_area(int32_t ratio);
 ZOOMAF_API int set_pdaf_area_windows_by_center_coordinate(int32_t center_x, int32_t center_y);
 ZOOMAF_API int set_pdaf_windows_free_area(int32_t x_start, int32_t y_start, int32_t width,
                                           int32_t height);
 ZOOMAF_API int switch_pd_output(uint8_t value);
-/* Takes the service lock and holds it for one second. 0, or -1 for an index not 0/5/6/7. */
-ZOOMAF_API int change_select_pdaf_window(int32_t index);
 
-/* ---- Calibration data ------------------------------------------------------------------ */
+/* ---- Calibration data (sensor/calibration_tables.cpp, dcc_data.cpp, lrc_data.cpp,
+   register_sets.cpp) ------------------------------------------------------------------------ */
 
 #define IMX586_DCC_KNOTS 48  /* 8 x 6 knots, row by row */
 #define IMX586_LRC_BLOCK 192 /* bytes of one LRC gain block (left or right) */

@@ -11,7 +11,7 @@
 
 ZOOMAF_EXTERN_C_BEGIN
 
-/* ---- SPI device and GPIO lines ---------------------------------------------------- */
+/* ---- SPI bus (motor/spi_bus.cpp) ------------------------------------------------------------ */
 
 /* The SPI device record: filled by InitAttr and InitSpi. */
 typedef struct SpiDevAttr {
@@ -36,6 +36,12 @@ ZOOMAF_API extern pthread_mutex_t spi_safe_lock;
 ZOOMAF_API int spi_try_lock(void);
 ZOOMAF_API int spi_unlock(void);
 ZOOMAF_API void nSleep(uint32_t ns);
+ZOOMAF_API int Spi_Transfer(int fd, const uint8_t* tx, uint8_t* rx, uint64_t len);
+ZOOMAF_API uint32_t Spi_WriteReg(int fd, uint32_t cs_gpio, uint16_t addr, uint16_t value);
+ZOOMAF_API uint32_t Spi_ReadReg(int fd, uint32_t cs_gpio, uint16_t addr);
+ZOOMAF_API uint32_t Spi_Write_Reg(int fd, uint32_t cs_gpio, uint16_t addr, uint16_t value);
+
+/* ---- GPIO lines (motor/gpio.cpp) ------------------------------------------------------------ */
 
 ZOOMAF_API int RK3588_GPIO(const char* name);
 ZOOMAF_API void Gpio_SetGpio(uint32_t gpio);
@@ -45,12 +51,7 @@ ZOOMAF_API void Gpio_SetValue(uint32_t gpio, uint16_t value);
 ZOOMAF_API int GetGpioValue(uint32_t gpio);
 ZOOMAF_API int Gpio_GetValue(uint32_t gpio);
 
-ZOOMAF_API int Spi_Transfer(int fd, const uint8_t* tx, uint8_t* rx, uint64_t len);
-ZOOMAF_API uint32_t Spi_WriteReg(int fd, uint32_t cs_gpio, uint16_t addr, uint16_t value);
-ZOOMAF_API uint32_t Spi_ReadReg(int fd, uint32_t cs_gpio, uint16_t addr);
-ZOOMAF_API uint32_t Spi_Write_Reg(int fd, uint32_t cs_gpio, uint16_t addr, uint16_t value);
-
-/* ---- Driver registers ----------------------------------------------------------------- */
+/* ---- Driver registers and run state (motor/registers.cpp) ----------------------------------- */
 
 /* Register addresses of the two motor channels; Initmotor swaps them on MS41908 modules. */
 ZOOMAF_API extern uint8_t reg_addr_psum_f;
@@ -64,12 +65,6 @@ ZOOMAF_API extern uint8_t REG_ADDR_PPW_Z;
 #define REG_MOTOR_ENTRIES 20
 /* Default register table written at initialisation: address, value bits 15..8, bits 7..0. */
 ZOOMAF_API extern uint8_t reg_motor[REG_MOTOR_ENTRIES][3];
-
-/* ---- Run state ------------------------------------------------------------------------ */
-
-#define TRACKING_TABLE_ROWS 80
-#define TRACKING_TABLE_COLUMNS 10
-#define TRACKING_NAME_LENGTH 8
 
 typedef struct MotorRunState {
     int16_t cur_steps;              /* current position in driver steps */
@@ -103,6 +98,10 @@ typedef struct MotorRunData {
 
 ZOOMAF_API extern MotorRunData gRunData;
 
+#define TRACKING_TABLE_ROWS 80
+#define TRACKING_TABLE_COLUMNS 10
+#define TRACKING_NAME_LENGTH 8
+
 /* Lens parameter block, loaded from the compiled-in 4.49 mm tracking table. */
 typedef struct FocusParamList {
     uint16_t rows;
@@ -114,6 +113,32 @@ typedef struct FocusParamList {
 } FocusParamList;
 
 ZOOMAF_API extern FocusParamList gFocusParam;
+
+ZOOMAF_API uint32_t SetReg(uint8_t psum, uint16_t intct, uint8_t dir, uint8_t motor, uint8_t which);
+ZOOMAF_API uint32_t SetReg_Psum(uint8_t psum, uint8_t dir, uint8_t motor);
+ZOOMAF_API uint32_t SetReg_Intct(uint16_t intct, uint8_t motor);
+ZOOMAF_API uint32_t SetRunReg(uint8_t psum, uint16_t intct, uint8_t dir, uint8_t motor);
+ZOOMAF_API int SetMotorPWM(uint8_t motor, uint8_t on);
+ZOOMAF_API int SetVDGpio(uint8_t motor_mask);
+ZOOMAF_API int SetVDSteps(uint8_t motor, uint16_t steps);
+ZOOMAF_API uint32_t GetTimes(uint8_t psum, uint16_t intct);
+ZOOMAF_API uint32_t GetOneLoopTimes(uint8_t psum, uint16_t intct);
+ZOOMAF_API uint32_t SetRegAndRun(uint8_t psum, uint16_t intct, uint8_t dir, uint32_t time_us,
+                                 uint8_t motor);
+ZOOMAF_API uint32_t StartMotorRun(uint8_t psum, uint16_t intct, uint8_t dir, uint8_t motor);
+ZOOMAF_API int GetCurSteps(uint8_t motor);
+ZOOMAF_API float GetCurMultiple(void);
+
+/* ---- Run engines (motor/run_engine.cpp, start_run.cpp, start_run_renew.cpp) ----------------- */
+
+/* Error-step history and run counter of the revised run loop. */
+ZOOMAF_API extern int8_t old_error_step[120];
+ZOOMAF_API extern uint32_t run_times;
+
+ZOOMAF_API int StartRun(void);
+ZOOMAF_API int StartRunReNew(void);
+
+/* ---- Tracking tables (motor/tracking_tables.cpp) -------------------------------------------- */
 
 /* The compiled-in zoom-focus tracking tables of the 4.71 mm and the 4.49 mm lens: rows by
    zoom multiple (column 0: multiple x 10, 1: focal length in 0.01 mm, 2: zoom position,
@@ -132,28 +157,7 @@ ZOOMAF_API extern const uint8_t data_len_449;
 ZOOMAF_API extern const char column_name_449[TRACKING_TABLE_COLUMNS][TRACKING_NAME_LENGTH];
 ZOOMAF_API extern const int16_t focus_zoom_data_449[TRACKING_TABLE_ROWS][TRACKING_TABLE_COLUMNS];
 
-/* Error-step history and run counter of the revised run loop. */
-ZOOMAF_API extern int8_t old_error_step[120];
-ZOOMAF_API extern uint32_t run_times;
-
-ZOOMAF_API uint32_t SetReg(uint8_t psum, uint16_t intct, uint8_t dir, uint8_t motor, uint8_t which);
-ZOOMAF_API uint32_t SetReg_Psum(uint8_t psum, uint8_t dir, uint8_t motor);
-ZOOMAF_API uint32_t SetReg_Intct(uint16_t intct, uint8_t motor);
-ZOOMAF_API uint32_t SetRunReg(uint8_t psum, uint16_t intct, uint8_t dir, uint8_t motor);
-ZOOMAF_API int SetMotorPWM(uint8_t motor, uint8_t on);
-ZOOMAF_API int SetVDGpio(uint8_t motor_mask);
-ZOOMAF_API int SetVDSteps(uint8_t motor, uint16_t steps);
-ZOOMAF_API uint32_t GetTimes(uint8_t psum, uint16_t intct);
-ZOOMAF_API uint32_t GetOneLoopTimes(uint8_t psum, uint16_t intct);
-ZOOMAF_API uint32_t SetRegAndRun(uint8_t psum, uint16_t intct, uint8_t dir, uint32_t time_us,
-                                 uint8_t motor);
-ZOOMAF_API uint32_t StartMotorRun(uint8_t psum, uint16_t intct, uint8_t dir, uint8_t motor);
-ZOOMAF_API int StartRun(void);
-ZOOMAF_API int StartRunReNew(void);
-ZOOMAF_API int GetCurSteps(uint8_t motor);
-ZOOMAF_API float GetCurMultiple(void);
-
-/* ---- Initialisation and homing --------------------------------------------------------- */
+/* ---- Initialisation and homing (motor/init.cpp, initmotor.cpp, homing.cpp, module_eeprom.cpp) */
 
 /* Bits of the Initmotor result. */
 #define INITMOTOR_MODULE_INVALID 1
@@ -169,7 +173,7 @@ ZOOMAF_API float GetCurMultiple(void);
 typedef struct MotorDriverVersion {
     uint32_t pcb_version; /* 3576 */
     uint32_t reg_entries; /* entries of reg_motor that InitReg writes */
-    uint32_t revision;    /* 11, kept as the record has always carried it */
+    uint32_t revision;    /* 11 */
 } MotorDriverVersion;
 
 typedef struct ModuleVersion {
@@ -196,7 +200,7 @@ ZOOMAF_API int GetCurGPIO(uint8_t motor);
 ZOOMAF_API int read_imx586_eeprom_reg(int bus, uint8_t device, uint16_t addr, uint8_t* value);
 ZOOMAF_API int write_imx586_eeprom_reg(int bus, uint8_t device, uint16_t addr, uint8_t value);
 
-/* ---- Tracking tables and ranges --------------------------------------------------------- */
+/* ---- Tracking lookups and ranges (motor/tracking_lookup.cpp) -------------------------------- */
 
 /* Flags of GetListSteps (bits 3..0; the step value is above them, shifted left by 4). */
 #define LIST_TABLE_EMPTY 2
@@ -211,7 +215,8 @@ ZOOMAF_API int16_t GeMotorRangeSteps(uint8_t motor, uint8_t max);
 ZOOMAF_API int16_t GetFocusRange(uint8_t max);
 ZOOMAF_API int32_t GetFocusRangeSteps(uint8_t max, float multiple);
 
-/* ---- Zoom and focus moves --------------------------------------------------------------- */
+/* ---- Zoom and focus moves (motor/zoom_move.cpp, focus_move.cpp, bench_moves.cpp,
+   time_stamp.cpp) ------------------------------------------------------------------------------ */
 
 #define MULTIPLE_MIN 3.5
 #define MULTIPLE_MAX 11.0

@@ -15,6 +15,8 @@
 
 ZOOMAF_EXTERN_C_BEGIN
 
+/* ---- Records (the ABI of the library) -------------------------------------------------------- */
+
 typedef struct PdLibVersion {
     uint64_t Major; /* always 1 */
     uint64_t Minor; /* always 0 */
@@ -61,6 +63,8 @@ typedef struct PdLibOutputData {
     int64_t PhaseDifference;         /* copy of the input PD */
 } PdLibOutputData;
 
+/* ---- Defocus computation (pdaflib/PdafLibrary.cpp) ----------------------------------------- */
+
 /* Writes the library version, 1.0. */
 ZOOMAF_API void PdLibGetVersion(PdLibVersion* version);
 
@@ -68,6 +72,8 @@ ZOOMAF_API void PdLibGetVersion(PdLibVersion* version);
    for a rejected input, in which case the output holds Defocus 0, DefocusConfidence -1,
    DefocusConfidenceLevel 0 and PhaseDifference 0. */
 ZOOMAF_API int64_t PdLibGetDefocus(const PdLibInputData* input, PdLibOutputData* output);
+
+/* ---- Interpolation on lines and planes (pdaflib/PdafMathFunc.cpp) --------------------------- */
 
 /* Straight line through (X[0], Y[0]) and (X[1], Y[1]) evaluated at x, clamped to the end
    points' ordinates outside the segment, truncated toward zero. Always writes out. */

@@ -15,6 +15,8 @@
 
 ZOOMAF_EXTERN_C_BEGIN
 
+/* ---- Channel table, keys and layout (C++ code reads them from channels/channel_layout.hpp) */
+
 /* Channel numbers (memmode) run from 0 to 33. */
 #define VREL_MEMMODE_MIN 0
 #define VREL_MEMMODE_MAX 33
@@ -70,6 +72,8 @@ typedef struct VrelFocusValues {
     int64_t fv2;
     uint8_t reserved[4096 - 16];
 } VrelFocusValues;
+
+/* ---- Channel calls (ipc/vrel_sharememory.cpp) ---------------------------------------------- */
 
 /* 0; -1 if the segment or the semaphore failed; -2 if memmode is out of 0..33. */
 ZOOMAF_API int32_t VrelShareManInit(VrelShareMan* shareman, int32_t memmode);

@@ -3,6 +3,7 @@
 // count says, every other field arbitrary), or one of the three interpolation routines on
 // arbitrary 64-bit points. Besides the sanitizers' checks, each call's promises are checked:
 // result codes, untouched outputs on refusal, clamps and ranges.
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -41,18 +42,6 @@ private:
 
 void require(bool promise) {
     if (!promise) __builtin_trap();
-}
-
-int64_t lowest(const int64_t* values, size_t n) {
-    int64_t low = values[0];
-    for (size_t i = 1; i < n; ++i) low = values[i] < low ? values[i] : low;
-    return low;
-}
-
-int64_t highest(const int64_t* values, size_t n) {
-    int64_t high = values[0];
-    for (size_t i = 1; i < n; ++i) high = values[i] > high ? values[i] : high;
-    return high;
 }
 
 // Knot addresses: usually strictly ascending (so the computation gets past the input
@@ -195,7 +184,8 @@ void fuzz_line(Reader& in) {
     const int64_t x = coordinate(in, small_values);
     int64_t out = 0;
     CalcAddressOnLine_slXslY(X, Y, x, &out);
-    if (small_values) require(out >= lowest(Y, 2) && out <= highest(Y, 2));
+    if (small_values)
+        require(out >= *std::min_element(Y, Y + 2) && out <= *std::max_element(Y, Y + 2));
 }
 
 void fuzz_broken_line(Reader& in) {
@@ -234,7 +224,7 @@ void fuzz_plane(Reader& in) {
     if (code == -1) {
         require(out == kUntouched);
     } else if (small_values) {
-        require(out >= lowest(Z, 4) && out <= highest(Z, 4));
+        require(out >= *std::min_element(Z, Z + 4) && out <= *std::max_element(Z, Z + 4));
     }
 }
 

@@ -4,33 +4,26 @@
 
 #include <tuple>
 
-#include "tests/motor/motor_fixture.hpp"
+#include "tests/support/twin_test.hpp"
+#include "zoomaf/lib_motor.h"
 
 namespace zoomaf::test {
 namespace {
 
 using ::testing::HasSubstr;
-
-int count_of(const std::string& text, const std::string& part) {
-    int count = 0;
-    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
-        ++count;
-    return count;
-}
+using twin::FaultRule;
 
 // What a module memory's valid byte and motor id select.
 struct ModuleCase {
-    uint8_t valid;
-    uint8_t motor_id;
+    uint8_t valid, motor_id;
     bool ms41908_layout;
-    uint32_t status;
-    uint32_t reported_id;
+    uint32_t status, reported_id;
     bool pi_active_low;
     const char* message;
     int times;
 };
 
-class ModuleIdentification : public MotorTest, public ::testing::WithParamInterface<ModuleCase> {
+class ModuleIdentification : public TwinTest, public ::testing::WithParamInterface<ModuleCase> {
 protected:
     twin::BoardConfig board_config() override {
         return {.module_valid = GetParam().valid, .module_motor_id = GetParam().motor_id};
@@ -39,82 +32,65 @@ protected:
 
 TEST_P(ModuleIdentification, SelectsTheChannelLayoutAndPolarity) {
     const ModuleCase& c = GetParam();
-    uint32_t status = 0;
-    std::string out = captured([&] { status = Initmotor(10, 0); });
-    EXPECT_EQ(status, c.status);
-    EXPECT_EQ(reg_addr_psum_f, c.ms41908_layout ? 0x29 : 0x24);
-    EXPECT_EQ(reg_addr_intct_f, c.ms41908_layout ? 0x2A : 0x25);
-    EXPECT_EQ(reg_addr_psum_z, c.ms41908_layout ? 0x24 : 0x29);
-    EXPECT_EQ(reg_addr_intct_z, c.ms41908_layout ? 0x25 : 0x2A);
+    EXPECT_EQ(call([] { return Initmotor(10, 0); }), c.status);
+    const auto layout =
+        std::tuple(reg_addr_psum_f, reg_addr_intct_f, reg_addr_psum_z, reg_addr_intct_z);
+    EXPECT_EQ(layout, c.ms41908_layout ? std::tuple(0x29, 0x2A, 0x24, 0x25)
+                                       : std::tuple(0x24, 0x25, 0x29, 0x2A));
     EXPECT_EQ(moVersion.motor_id, c.reported_id);
-    EXPECT_EQ(board().gpio_active_low(kZoomPi), c.pi_active_low);
-    EXPECT_EQ(board().gpio_active_low(kFocusPi), c.pi_active_low);
-    EXPECT_EQ(count_of(out, c.message), c.times) << out;
+    for (int line : {22, 24})
+        EXPECT_EQ(with<twin::GpioBank>([&](auto& g) { return g.active_low(line); }),
+                  c.pi_active_low);
+    EXPECT_EQ(occurrences(output_, c.message), c.times) << output_;
 }
 
 INSTANTIATE_TEST_SUITE_P(
     EveryValidByteAndMotorId, ModuleIdentification,
     ::testing::Values(
-        ModuleCase{1, 1, false, 0, 1, false, "\r\n\r\n\r\n[Initmotor] [",
-                   2},  // the line and its successor
+        ModuleCase{1, 1, false, 0, 1, false, "\r\n\r\n\r\n[Initmotor] [", 2},  // and its successor
         ModuleCase{1, 1, false, 0, 1, false, "] motor is ms41928!motor_id is 1\r\n\r\n\r\n", 1},
         ModuleCase{1, 2, true, 0, 2, true, "motor is ms41908!motor_id is 2, readdata eeprom is 2. ",
                    1},
-        ModuleCase{1, 3, true, 0, 2, true, "readdata eeprom is 3. ", 1},
         ModuleCase{1, 16, true, 0, 2, true, "readdata eeprom is 16. ", 1},
         ModuleCase{1, 5, false, 1, 0, true,
                    "eeprom Invalid is 1, Module ID fail, user MS41928 config!\n", 3},
         ModuleCase{2, 2, true, 0, 2, true, "\r\n\r\n\r\nmotor is ms41908!motor_id is 2\r\n", 1},
-        ModuleCase{3, 2, true, 0, 2, true, "motor is ms41908!motor_id is 2\r\n", 1},
         ModuleCase{16, 2, true, 0, 2, true, "motor is ms41908!motor_id is 2\r\n", 1},
         ModuleCase{2, 16, false, 1, 0, true,
                    "eeprom Invalid is 2, Module ID fail, user MS41928 config!\n", 3},
-        ModuleCase{2, 1, false, 1, 0, true, "eeprom Invalid is 2", 3},
         ModuleCase{0, 1, false, 1, 0, false, "] eeprom is Invalid, user MS41928 config!\n", 3},
         ModuleCase{7, 2, false, 1, 0, false, "eeprom is Invalid, user MS41928 config!", 3}));
 
-using Initialisation = MotorTest;
+using Initialisation = TwinTest;
 
 TEST_F(Initialisation, AnUnreadableModuleMemoryFallsBackToMs41928) {
-    board().set_i2c_present(twin::Board::kModuleBus, 0x50, false);
-    uint32_t status = 0;
-    std::string out = captured([&] { status = Initmotor(10, 0); });
-    EXPECT_EQ(status, uint32_t{INITMOTOR_MODULE_INVALID});
-    EXPECT_THAT(out, HasSubstr("fail! ioctl read error addr:0x0,ret:-1\r\n"));
-    EXPECT_EQ(count_of(out, "eeprom is Invalid, user MS41928 config!"), 3);
+    unplug_i2c(9, 0x50);
+    EXPECT_EQ(call([] { return Initmotor(10, 0); }), uint32_t{INITMOTOR_MODULE_INVALID});
+    EXPECT_THAT(output_, HasSubstr("fail! ioctl read error addr:0x0,ret:-1\r\n"));
+    EXPECT_EQ(occurrences(output_, "eeprom is Invalid, user MS41928 config!"), 3);
     EXPECT_EQ(reg_addr_psum_f, 0x24);
-    EXPECT_FALSE(board().gpio_active_low(kZoomPi));
+    EXPECT_FALSE(with<twin::GpioBank>([](auto& g) { return g.active_low(22); }));
 }
 
 TEST_F(Initialisation, AShortVdPeriodIsRaisedAndNothingIsHomed) {
-    uint32_t status = 0;
-    std::string out = captured([&] { status = Initmotor(5, 0); });
-    EXPECT_EQ(status, 0u);
+    EXPECT_EQ(call([] { return Initmotor(5, 0); }), 0u);
     EXPECT_EQ(gSpiDev.vd_ms, 10);
-    EXPECT_EQ(board().vd_pulses(), 0u);
-    EXPECT_EQ(msVersion.pcb_version, 3576u);
-    EXPECT_EQ(msVersion.reg_entries, 20u);
-    EXPECT_EQ(msVersion.revision, 11u);
-    EXPECT_THAT(out, HasSubstr("] start init motorn get motor version\n"));
-    EXPECT_THAT(out, HasSubstr("] start InitMOTOR, ZOOM Duty cycle is 1.000000; FOCUS Duty cycle "
-                               "is 1.000000.\r\n"));
-    EXPECT_THAT(out, HasSubstr("] PCB version is 3576, code version is 1.8\n"));
-    EXPECT_THAT(out, HasSubstr("] InitMOTOR, end\n"));
+    EXPECT_EQ(vd_pulses(), 0u);
+    for (const char* line : {"] start init motorn get motor version\n",
+                             "] start InitMOTOR, ZOOM Duty cycle is 1.000000; FOCUS Duty cycle "
+                             "is 1.000000.\r\n",
+                             "] PCB version is 3576, code version is 1.8\n", "] InitMOTOR, end\n"})
+        EXPECT_THAT(output_, HasSubstr(line));
     // The default registers reached the chip, and the parameter block is loaded.
-    EXPECT_EQ(board().chip_register(0x20), 0x1003);
-    EXPECT_EQ(board().chip_register(0x25), 400);
+    EXPECT_EQ(chip_reg(0x20), 0x1003);
+    EXPECT_EQ(chip_reg(0x25), 400);
     EXPECT_EQ(gFocusParam.rows, 76);
-    const ModuleVersion version = GetVersion();
-    EXPECT_EQ(version.code_major, 1u);
-    EXPECT_EQ(version.code_minor, 8u);
 }
 
 TEST_F(Initialisation, AMissingSpiDeviceIsReportedAndTheRestGoesOn) {
-    board().inject({.op = twin::FaultRule::Op::open, .path = "/dev/spidev1.0", .error = ENOENT});
-    uint32_t status = 0;
-    quietly([&] { status = Initmotor(10, 0); });
-    EXPECT_EQ(status, uint32_t{INITMOTOR_SPI_FAILED});
-    EXPECT_TRUE(board().gpio_direction_out(kChipSelect));
+    board().inject({.op = FaultRule::Op::open, .target = "/dev/spidev1.0", .error = ENOENT});
+    EXPECT_EQ(call([] { return Initmotor(10, 0); }), uint32_t{INITMOTOR_SPI_FAILED});
+    EXPECT_TRUE(with<twin::GpioBank>([](auto& g) { return g.direction_out(120); }));
     EXPECT_EQ(gFocusParam.rows, 76);
 }
 
@@ -135,27 +111,28 @@ TEST_F(Initialisation, UnInitmotorReleasesEverything) {
 
 TEST_F(Initialisation, ModuleMemoryAccessReportsItsFailures) {
     EXPECT_EQ(write_imx586_eeprom_reg(9, 0x50, 0x0100, 0xAB), 0);
-    EXPECT_EQ(board().eeprom_byte(0x0100), 0xAB);
+    EXPECT_EQ(with<twin::ModuleEeprom>([](auto& m) { return m.byte(0x0100); }), 0xAB);
     uint8_t value = 0;
     EXPECT_EQ(read_imx586_eeprom_reg(9, 0x50, 0x0100, &value), 0);
     EXPECT_EQ(value, 0xAB);
 
-    board().inject({.op = twin::FaultRule::Op::open, .path = "/dev/i2c-9", .count = 2});
-    EXPECT_EQ(captured([&] { EXPECT_EQ(read_imx586_eeprom_reg(9, 0x50, 1, &value), -1); }),
-              "open iic-9 fail!\r\n");
-    EXPECT_EQ(captured([] { EXPECT_EQ(write_imx586_eeprom_reg(9, 0x50, 1, 2), -1); }),
-              "open iic-8 fail!\r\n");
+    board().inject({.op = FaultRule::Op::open, .target = "/dev/i2c-9", .count = 2});
+    EXPECT_EQ(call([&] { return read_imx586_eeprom_reg(9, 0x50, 1, &value); }), -1);
+    EXPECT_EQ(output_, "open iic-9 fail!\r\n");
+    EXPECT_EQ(call([] { return write_imx586_eeprom_reg(9, 0x50, 1, 2); }), -1);
+    EXPECT_EQ(output_, "open iic-8 fail!\r\n");
     value = 0x55;
-    EXPECT_EQ(captured([&] { EXPECT_EQ(read_imx586_eeprom_reg(9, 0x51, 0x0203, &value), -1); }),
-              "fail! ioctl read error addr:0x203,ret:-1\r\n");
+    EXPECT_EQ(call([&] { return read_imx586_eeprom_reg(9, 0x51, 0x0203, &value); }), -1);
+    EXPECT_EQ(output_, "fail! ioctl read error addr:0x203,ret:-1\r\n");
     EXPECT_EQ(value, 0x55);  // untouched on failure
-    EXPECT_EQ(captured([] { EXPECT_EQ(write_imx586_eeprom_reg(9, 0x51, 0x0203, 7), -1); }),
+    EXPECT_EQ(call([] { return write_imx586_eeprom_reg(9, 0x51, 0x0203, 7); }), -1);
+    EXPECT_EQ(output_,
               "\r\n~ioctl write add 0x51 error addr:0x0203, weitr data is 0x07, ret:-1\r\n");
 }
 
 // Homing from seeded unknown start positions on both module types: both motors end just past
-// their edges, on the positive side.
-class Homing : public MotorTest,
+// their edges, on the positive side, where the driver counts 0.
+class Homing : public TwinTest,
                public ::testing::WithParamInterface<std::tuple<twin::DriverType, uint64_t>> {
 protected:
     twin::BoardConfig board_config() override {
@@ -164,19 +141,17 @@ protected:
 };
 
 TEST_P(Homing, FindsBothEdges) {
-    const int zoom_start = board().motor_position(twin::Motor::zoom);
-    const int focus_start = board().motor_position(twin::Motor::focus);
-    uint32_t status = 99;
-    std::string out = captured([&] { status = Initmotor(10, 1); });
-    EXPECT_EQ(status, 0u) << "zoom from " << zoom_start << ", focus from " << focus_start;
-    EXPECT_GE(board().motor_position(twin::Motor::zoom), 0);
-    EXPECT_LE(board().motor_position(twin::Motor::zoom), 2);
-    EXPECT_GE(board().motor_position(twin::Motor::focus), 0);
-    EXPECT_LE(board().motor_position(twin::Motor::focus), 2);
-    EXPECT_EQ(count_of(out, "] check pi succeed, motor id: "), 2);
+    expect_position_error(2);  // the last pass of 2 steps stops up to 2 past the edge
+    const int zoom_start = motor_at(twin::Motor::zoom), focus_start = motor_at(twin::Motor::focus);
+    EXPECT_EQ(call([] { return Initmotor(10, 1); }), 0u)
+        << "zoom from " << zoom_start << ", focus from " << focus_start;
+    for (auto motor : {twin::Motor::zoom, twin::Motor::focus}) {
+        EXPECT_GE(motor_at(motor), 0);
+        EXPECT_LE(motor_at(motor), 2);
+    }
+    EXPECT_EQ(occurrences(output_, "] check pi succeed, motor id: "), 2);
     EXPECT_EQ(lastdirection[MOTOR_ZOOM], gRunData.motor[MOTOR_ZOOM].last_dir);
     EXPECT_EQ(lastdirection[MOTOR_FOCUS], gRunData.motor[MOTOR_FOCUS].last_dir);
-    EXPECT_EQ(board().timing_faults(), 0u);
     EXPECT_EQ(GetCurGPIO(MOTOR_ZOOM), 1);
     EXPECT_EQ(GetCurGPIO(MOTOR_FOCUS), 1);
 }
@@ -186,12 +161,16 @@ INSTANTIATE_TEST_SUITE_P(
     ::testing::Combine(::testing::Values(twin::DriverType::ms41928, twin::DriverType::ms41908),
                        ::testing::Values(uint64_t{1}, uint64_t{7}, uint64_t{2026})));
 
-class HomingFailure : public MotorTest {
+class HomingFailure : public TwinTest {
 protected:
     twin::BoardConfig board_config() override { return {.zoom_start = -300, .focus_start = 200}; }
+    void set_stuck(twin::Motor motor, std::optional<int> level) {
+        with<twin::PhotoInterrupter>(motor, [&](auto& pi) { pi.set_stuck(level); });
+    }
 };
 
 TEST_F(HomingFailure, AStuckInterrupterSetsItsMotorsBitAndBothOnlyBit16) {
+    expect_position_error();  // a motor that never found its edge is anywhere
     const struct {
         std::optional<int> zoom, focus;
         uint32_t status;
@@ -199,56 +178,50 @@ TEST_F(HomingFailure, AStuckInterrupterSetsItsMotorsBitAndBothOnlyBit16) {
                  {std::nullopt, 1, INITMOTOR_FOCUS_HOMING_FAILED},
                  {1, 0, INITMOTOR_BOTH_HOMING_FAILED}};
     for (const auto& c : cases) {
-        board().set_pi_stuck(twin::Motor::zoom, c.zoom);
-        board().set_pi_stuck(twin::Motor::focus, c.focus);
-        uint32_t status = 0;
-        const std::string out = captured([&] { status = Initmotor(10, 1); });
-        EXPECT_EQ(status, c.status);
+        set_stuck(twin::Motor::zoom, c.zoom);
+        set_stuck(twin::Motor::focus, c.focus);
+        EXPECT_EQ(call([] { return Initmotor(10, 1); }), c.status);
         if (c.status == INITMOTOR_ZOOM_HOMING_FAILED) {
-            EXPECT_THAT(out, HasSubstr("] check pi faild, motor id: 0, cur gpio: 0"));
-            EXPECT_THAT(out, HasSubstr("] check pi succeed, motor id: 1"));
+            EXPECT_THAT(output_, HasSubstr("] check pi faild, motor id: 0, cur gpio: 0"));
+            EXPECT_THAT(output_, HasSubstr("] check pi succeed, motor id: 1"));
         }
-        platform().close(gSpiDev.fd);
+        board().close(gSpiDev.fd);
         gSpiDev.fd = -1;
     }
-    EXPECT_EQ(board().timing_faults(), 0u);
 }
 
 TEST_F(HomingFailure, OnlyTheSelectedMotorIsHomed) {
+    expect_position_error(2);
     quietly([] { Initmotor(10, 0); });
-    int result = 99;
-    quietly([&] { result = InitPI(MOTOR_FOCUS); });
-    EXPECT_EQ(result, 0);
-    EXPECT_EQ(board().motor_position(twin::Motor::zoom), -300);
-    EXPECT_LE(board().motor_position(twin::Motor::focus), 2);
+    EXPECT_EQ(call([] { return InitPI(MOTOR_FOCUS); }), 0);
+    EXPECT_EQ(motor_at(twin::Motor::zoom), -300);
+    EXPECT_LE(motor_at(twin::Motor::focus), 2);
 }
 
 // A zoom from x3.5 to x11 with focus following, after homing: the emulated lens ends where
 // the table and the plan put it, moved exactly by the planned totals.
-class ZoomWithFocus : public MotorTest {
+class ZoomWithFocus : public TwinTest {
 protected:
     twin::BoardConfig board_config() override { return {.seed = 11}; }
 };
 
 TEST_F(ZoomWithFocus, WideToTeleEndsAtTheTablePosition) {
+    expect_position_error(2);  // the homing offset, carried along
     quietly([] { ASSERT_EQ(Initmotor(10, 1), 0u); });
     quietly([] { SetMultiple(0, 0, 3.5f); });
     ASSERT_EQ(GetCurSteps(MOTOR_ZOOM), 1416);
     ASSERT_EQ(GetCurSteps(MOTOR_FOCUS), -2574);
-    const int zoom_offset = board().motor_position(twin::Motor::zoom) - 1416;
-    const int focus_offset = board().motor_position(twin::Motor::focus) + 2574;
+    const int zoom_offset = motor_at(twin::Motor::zoom) - 1416;
+    const int focus_offset = motor_at(twin::Motor::focus) + 2574;
 
-    uint32_t result = 0;
-    std::string out = captured([&] { result = SetMultiple(-2000, 1, 11.0f); });
-    EXPECT_EQ(result & 0xF, 0u);
-    EXPECT_THAT(out, HasSubstr("] ------------start run motor---------------------\r\n"));
-    EXPECT_THAT(out, HasSubstr("] zoom，focus run over！！\r\n"));
+    EXPECT_EQ(call([] { return SetMultiple(-2000, 1, 11.0f); }) & 0xF, 0u);
+    EXPECT_THAT(output_, HasSubstr("] ------------start run motor---------------------\r\n"));
+    EXPECT_THAT(output_, HasSubstr("] zoom，focus run over！！\r\n"));
     EXPECT_FLOAT_EQ(gRunData.multiple_cur, 11.0f);
     EXPECT_EQ(GetCurSteps(MOTOR_ZOOM), focus_zoom_data_449[110 - 35][2]);
     EXPECT_EQ(GetCurSteps(MOTOR_FOCUS), -2000);
-    EXPECT_EQ(board().motor_position(twin::Motor::zoom), -5392 + zoom_offset);
-    EXPECT_EQ(board().motor_position(twin::Motor::focus), -2000 + focus_offset);
-    EXPECT_EQ(board().timing_faults(), 0u);
+    EXPECT_EQ(motor_at(twin::Motor::zoom), -5392 + zoom_offset);
+    EXPECT_EQ(motor_at(twin::Motor::focus), -2000 + focus_offset);
 }
 
 }  // namespace

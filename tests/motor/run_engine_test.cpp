@@ -1,190 +1,280 @@
-// StartRun on the twin: the emulated motors move by the planned pulses with the driver's
-// sense, one VD pulse per period, stop writes at the end, and positions are kept.
+// The two run engines on the twin. StartRun: the emulated motors move by the planned pulses
+// with the driver's sense, one VD pulse per period, stop writes at the end. StartRunReNew:
+// the re-plan from total steps (short, long and empty moves, the interval by multiple, the
+// plan check) and both motors finishing together. The fixture checks after every test that
+// the driver's positions are the motors'.
 #include <gmock/gmock.h>
-
 #include <algorithm>
 
-#include "tests/motor/motor_fixture.hpp"
+#include "tests/support/twin_test.hpp"
+#include "zoomaf/lib_motor.h"
 
 namespace zoomaf::test {
 namespace {
 
 using ::testing::HasSubstr;
 
-class RunEngine : public MotorTest {
-protected:
-    void SetUp() override {
-        MotorTest::SetUp();
-        bring_up();
-        board().set_motor_position(twin::Motor::zoom, 0);
-        board().set_motor_position(twin::Motor::focus, 0);
-    }
-
-    static void plan(int motor, int cur, int dst, uint8_t dir, uint16_t loops, uint8_t psum,
-                     uint8_t last_psum) {
-        MotorRunState& m = gRunData.motor[motor];
-        m.cur_steps = static_cast<int16_t>(cur);
-        m.dst_steps = static_cast<int16_t>(dst);
-        m.dir = dir;
-        m.loops = loops;
-        m.psum = psum;
-        m.last_psum = last_psum;
-        m.intct = 400;
-        m.total_steps = static_cast<uint16_t>(std::abs(dst - cur));
-    }
-
-    int run() {
-        int result = -1;
-        last_output_ = captured([&] { result = StartRun(); });
-        return result;
-    }
-
-    // Register writes of one address with a non-zero pulse count, in order.
-    std::vector<twin::RegisterWrite> pulse_writes(uint8_t addr) {
-        std::vector<twin::RegisterWrite> found;
-        for (const auto& w : board().register_writes())
-            if (w.addr == addr && (w.value & 0xFF) != 0) found.push_back(w);
-        return found;
-    }
-
-    std::string last_output_;
+struct Plan {
+    int motor, cur, dst;
+    uint8_t dir;
+    uint16_t loops;
+    uint8_t psum, last_psum;
 };
 
-TEST_F(RunEngine, FocusMovesUpByItsPulsesWithDirectionOne) {
-    plan(MOTOR_FOCUS, 0, 37, 1, 3, 16, 5);
-    gRunData.motor_order = 2;
-    gRunData.maxloops = 3;
-    EXPECT_EQ(run(), 0);
-    EXPECT_EQ(board().motor_position(twin::Motor::focus), 37);
-    EXPECT_EQ(board().vd_pulses(), 3u);
-    EXPECT_EQ(board().timing_faults(), 0u);
-    EXPECT_EQ(GetCurSteps(MOTOR_FOCUS), 37);
+class RunEngine : public TwinTest {
+protected:
+    void SetUp() override {
+        TwinTest::SetUp();
+        bring_up_driver();
+        place_motor(twin::Motor::zoom, 0);
+        place_motor(twin::Motor::focus, 0);
+    }
+
+    int run(std::initializer_list<Plan> plans, uint8_t order, uint16_t maxloops) {
+        for (const Plan& p : plans) {
+            MotorRunState& m = gRunData.motor[p.motor];
+            m.cur_steps = static_cast<int16_t>(p.cur);
+            m.dst_steps = static_cast<int16_t>(p.dst);
+            m.dir = p.dir;
+            m.loops = p.loops;
+            m.psum = p.psum;
+            m.last_psum = p.last_psum;
+            m.intct = 400;
+            m.total_steps = static_cast<uint16_t>(std::abs(p.dst - p.cur));
+        }
+        gRunData.motor_order = order;
+        gRunData.maxloops = maxloops;
+        return call(StartRun);
+    }
+    std::vector<twin::RegisterWrite> writes() {
+        return with<twin::DriverChip>([](auto& chip) { return chip.register_writes(); });
+    }
+    std::vector<uint64_t> vd_rises() {
+        std::vector<uint64_t> rises;
+        for (const auto& edge : with<twin::GpioBank>([](auto& g) { return g.edges(26); }))
+            if (edge.level == 1) rises.push_back(edge.time_ns);
+        return rises;
+    }
+};
+
+TEST_F(RunEngine, EachMotorMovesByItsPulsesInItsSenseOneVdPulsePerPeriod) {
+    const struct {
+        struct {
+            uint8_t order;
+            uint16_t maxloops;
+            int zoom, focus;
+            uint64_t pulses;
+            size_t writes;
+        } c;
+        std::initializer_list<Plan> plans;
+    } cases[] = {
+        // focus up with direction 1: psum and intct, again in the last period, the stops
+        {{2, 3, 0, 37, 3, 6}, {{MOTOR_FOCUS, 0, 37, 1, 3, 16, 5}}},
+        // zoom down with direction 1; the count never changes
+        {{1, 3, -48, 37, 3, 4}, {{MOTOR_ZOOM, 0, -48, 1, 3, 16, 16}}},
+        // both share one VD pulse per period
+        {{1 | 2 << 2, 4, 16, 53, 4, 8},
+         {{MOTOR_ZOOM, -48, 16, 0, 4, 16, 16}, {MOTOR_FOCUS, 37, 53, 1, 2, 8, 8}}},
+        // a motor in the order with nothing planned stays where it is
+        {{1 | 2 << 2, 2, 16, 69, 2, 4},
+         {{MOTOR_ZOOM, 16, 16, 0, 0, 0, 0}, {MOTOR_FOCUS, 53, 69, 1, 2, 8, 8}}},
+    };
+    uint64_t pulses = 0;
+    for (const auto& [c, plans] : cases) {
+        with<twin::DriverChip>([](auto& chip) { chip.clear_register_writes(); });
+        EXPECT_EQ(run(plans, c.order, c.maxloops), 0);
+        EXPECT_EQ(motor_at(twin::Motor::zoom), c.zoom);
+        EXPECT_EQ(motor_at(twin::Motor::focus), c.focus);
+        EXPECT_EQ(GetCurSteps(MOTOR_ZOOM), c.zoom);
+        EXPECT_EQ(GetCurSteps(MOTOR_FOCUS), c.focus);
+        EXPECT_EQ(vd_pulses() - pulses, c.pulses);
+        EXPECT_EQ(writes().size(), c.writes);
+        EXPECT_EQ(chip_reg(0x24) & 0xFF, 0) << "stopped";
+        EXPECT_EQ(chip_reg(0x29) & 0xFF, 0) << "stopped";
+        pulses = vd_pulses();
+    }
     EXPECT_EQ(gRunData.motor[MOTOR_FOCUS].last_dir, 1);
-
-    // psum and intct in the first period, again in the last (the count changes), and the
-    // zero stop writes.
-    const auto writes = board().register_writes();
-    ASSERT_EQ(writes.size(), 6u);
-    EXPECT_EQ(writes[0].value, 0x1D10);
-    EXPECT_EQ(writes[2].value, 0x1D05);
-    EXPECT_EQ(writes[4].addr, 0x24);
-    EXPECT_EQ(writes[4].value, 0x1D00);
-    EXPECT_EQ(writes[5].addr, 0x25);
-    EXPECT_EQ(writes[5].value, 0);
-    EXPECT_THAT(last_output_, HasSubstr("use error_step is 0.\r\n"));
-    EXPECT_THAT(last_output_,
-                HasSubstr("] cur multiple:0.000000, zoom_cursteps: 0, focus_cursteps: 37\n"));
-}
-
-TEST_F(RunEngine, ZoomMovesDownWithDirectionOne) {
-    plan(MOTOR_ZOOM, 0, -48, 1, 3, 16, 16);
-    gRunData.motor_order = 1;
-    gRunData.maxloops = 3;
-    EXPECT_EQ(run(), 0);
-    EXPECT_EQ(board().motor_position(twin::Motor::zoom), -48);
-    EXPECT_EQ(GetCurSteps(MOTOR_ZOOM), -48);
-    EXPECT_EQ(board().vd_pulses(), 3u);
-    EXPECT_EQ(board().register_writes().size(), 4u);  // the count never changed
-}
-
-TEST_F(RunEngine, TwoMotorsShareOneVdPulsePerPeriod) {
-    plan(MOTOR_ZOOM, 0, 64, 0, 4, 16, 16);
-    plan(MOTOR_FOCUS, 0, 16, 1, 2, 8, 8);
-    gRunData.motor_order = 1 | 2 << 2;
-    gRunData.maxloops = 4;
-    EXPECT_EQ(run(), 0);
-    EXPECT_EQ(board().vd_pulses(), 4u);
-    EXPECT_EQ(board().motor_position(twin::Motor::zoom), 64);
-    EXPECT_EQ(board().motor_position(twin::Motor::focus), 16);
-    EXPECT_EQ(GetCurSteps(MOTOR_ZOOM), 64);
-    EXPECT_EQ(GetCurSteps(MOTOR_FOCUS), 16);
-    EXPECT_EQ(board().timing_faults(), 0u);
-    EXPECT_EQ(board().chip_register(0x24) & 0xFF, 0);
-    EXPECT_EQ(board().chip_register(0x29) & 0xFF, 0);
+    EXPECT_THAT(output_, HasSubstr("use error_step is 0.\r\n"));
+    EXPECT_THAT(output_, HasSubstr("] cur multiple:0.000000, zoom_cursteps: 16, "
+                                   "focus_cursteps: 69\n"));
 }
 
 TEST_F(RunEngine, ALateFocusMotorStartsAfterTheDelay) {
     // Loops 4 and 2 do not fit in 5 periods: the focus motor's share becomes 5 - 4 = 1, and
     // it starts after min(4, 1) = 1 period.
-    plan(MOTOR_ZOOM, 0, 64, 0, 4, 16, 16);
-    plan(MOTOR_FOCUS, 0, 16, 1, 2, 8, 8);
-    gRunData.motor_order = 1 | 2 << 2 | MOTOR_ORDER_FOCUS_LATE;
-    gRunData.maxloops = 5;
-    EXPECT_EQ(run(), 0);
-    EXPECT_EQ(board().vd_pulses(), 4u);
-    EXPECT_EQ(board().motor_position(twin::Motor::focus), 16);
-    EXPECT_EQ(GetCurSteps(MOTOR_FOCUS), 16);
-    const auto focus_starts = pulse_writes(0x24);
-    ASSERT_FALSE(focus_starts.empty());
-    std::vector<uint64_t> vd_rises;
-    for (const auto& edge : board().gpio_edges(kVd))
-        if (edge.level == 1) vd_rises.push_back(edge.time_ns);
-    ASSERT_EQ(vd_rises.size(), 4u);
-    EXPECT_GT(focus_starts.front().time_ns, vd_rises[0]);
-    EXPECT_LT(focus_starts.front().time_ns, vd_rises[1]);
-    EXPECT_EQ(board().timing_faults(), 0u);
+    EXPECT_EQ(run({{MOTOR_ZOOM, 0, 64, 0, 4, 16, 16}, {MOTOR_FOCUS, 0, 16, 1, 2, 8, 8}},
+                  1 | 2 << 2 | MOTOR_ORDER_FOCUS_LATE, 5),
+              0);
+    EXPECT_EQ(vd_pulses(), 4u);
+    EXPECT_EQ(motor_at(twin::Motor::focus), 16);
+    uint64_t first_focus_start = 0;
+    for (const auto& w : writes())
+        if (w.addr == 0x24 && (w.value & 0xFF) != 0 && first_focus_start == 0)
+            first_focus_start = w.time_ns;
+    const auto rises = vd_rises();
+    ASSERT_EQ(rises.size(), 4u);
+    EXPECT_GT(first_focus_start, rises[0]);
+    EXPECT_LT(first_focus_start, rises[1]);
 }
 
+// The driver believes the focus is below the edge while the lens is above it (or the other
+// way round): each period the photo-interrupter's disagreement counts, and the error step
+// is halved when small and bounded when large.
 TEST_F(RunEngine, ThePhotoInterrupterDisagreeingIsCountedAndReduced) {
-    // The driver believes the focus is below the edge, the lens is above it: every period
-    // the lit PI at a negative running position counts -psum.
-    board().set_motor_position(twin::Motor::focus, 100);
-    plan(MOTOR_FOCUS, -200, -152, 1, 3, 16, 16);
-    gRunData.motor_order = 2;
-    gRunData.maxloops = 3;
-    EXPECT_EQ(run(), 0);
-    EXPECT_THAT(last_output_, HasSubstr("] motor 1 pi is 1, start steps is -200, run step is "
-                                        "-184, end steps is -152, error step -16.\r\n"));
-    EXPECT_THAT(last_output_, HasSubstr("error step -48.\r\n"));
-    EXPECT_THAT(last_output_, HasSubstr("use error_step is -16.\r\n"));
-    EXPECT_EQ(GetCurSteps(MOTOR_FOCUS), -152);
-}
-
-TEST_F(RunEngine, SmallErrorStepsAreHalvedLargeOnesBounded) {
-    board().set_motor_position(twin::Motor::focus, 100);
-    plan(MOTOR_FOCUS, -200, -191, 1, 3, 3, 3);  // -9 halves to -4
-    gRunData.motor_order = 2;
-    gRunData.maxloops = 3;
-    run();
-    EXPECT_THAT(last_output_, HasSubstr("use error_step is -4.\r\n"));
-
-    // A dark PI at a positive running position counts +psum: 20 becomes 16.
-    board().set_motor_position(twin::Motor::focus, -100);
-    plan(MOTOR_FOCUS, 200, 180, 0, 4, 5, 5);
-    gRunData.motor_order = 2;
-    gRunData.maxloops = 4;
-    run();
-    EXPECT_THAT(last_output_, HasSubstr("pi is 0, start steps is 200, run step is 195"));
-    EXPECT_THAT(last_output_, HasSubstr("use error_step is 16.\r\n"));
+    expect_position_error();
+    const struct {
+        int lens;
+        Plan plan;
+        const char* first;
+        const char* used;
+    } cases[] = {
+        {100,
+         {MOTOR_FOCUS, -200, -152, 1, 3, 16, 16},
+         "] motor 1 pi is 1, start steps is -200, run step is -184, end steps is -152, error "
+         "step -16.\r\n",
+         "use error_step is -16.\r\n"},
+        {100,
+         {MOTOR_FOCUS, -200, -191, 1, 3, 3, 3},
+         "",
+         "use error_step is -4.\r\n"},  // -9 halves to -4
+        {-100,
+         {MOTOR_FOCUS, 200, 180, 0, 4, 5, 5},
+         "pi is 0, start steps is 200, run step is 195",
+         "use error_step is 16.\r\n"},  // 20: 16
+    };
+    for (const auto& c : cases) {
+        place_motor(twin::Motor::focus, c.lens);
+        EXPECT_EQ(run({c.plan}, 2, c.plan.loops), 0);
+        EXPECT_THAT(output_, HasSubstr(c.first));
+        EXPECT_THAT(output_, HasSubstr(c.used));
+        EXPECT_EQ(GetCurSteps(MOTOR_FOCUS), c.plan.dst);
+    }
 }
 
 TEST_F(RunEngine, AFailedWriteMidRunAbandonsItAndKeepsThePosition) {
-    plan(MOTOR_FOCUS, 10, 47, 1, 3, 16, 5);
-    gRunData.motor_order = 2;
-    gRunData.maxloops = 3;
+    expect_position_error();  // the motor went two periods the driver does not count
     // The intct read-back of the last period's count change fails.
     board().inject({.op = twin::FaultRule::Op::readback, .reg = 0x25, .skip = 1});
-    EXPECT_EQ(run(), 1);
-    EXPECT_THAT(last_output_, HasSubstr("[StartRun] ["));
-    EXPECT_THAT(last_output_, HasSubstr("] SetRunReg Write error ！！\r\n"));
+    EXPECT_EQ(run({{MOTOR_FOCUS, 10, 47, 1, 3, 16, 5}}, 2, 3), 1);
+    EXPECT_THAT(output_, HasSubstr("[StartRun] ["));
+    EXPECT_THAT(output_, HasSubstr("] SetRunReg Write error ！！\r\n"));
     EXPECT_EQ(GetCurSteps(MOTOR_FOCUS), 10);
-    EXPECT_EQ(board().vd_pulses(), 2u);
+    EXPECT_EQ(vd_pulses(), 2u);
     EXPECT_EQ(gRunData.motor_order, 0);
     EXPECT_EQ(gRunData.motor[MOTOR_FOCUS].dst_steps, 0);
     EXPECT_EQ(gRunData.motor[MOTOR_FOCUS].loops, 0);
 }
 
 TEST_F(RunEngine, ARunInProgressIsRefusedAndTheFlagsCleared) {
-    plan(MOTOR_FOCUS, 0, 16, 1, 2, 8, 8);
-    gRunData.motor_order = 2;
-    gRunData.maxloops = 2;
     gRunData.running = 1;
-    EXPECT_EQ(run(), 1);
-    EXPECT_EQ(board().vd_pulses(), 0u);
-    EXPECT_TRUE(board().register_writes().empty());
+    EXPECT_EQ(run({{MOTOR_FOCUS, 0, 16, 1, 2, 8, 8}}, 2, 2), 1);
+    EXPECT_EQ(vd_pulses(), 0u);
+    EXPECT_TRUE(writes().empty());
     EXPECT_EQ(gRunData.running, 0);
     EXPECT_EQ(gRunData.motor_order, 0);
     EXPECT_EQ(gRunData.motor[MOTOR_FOCUS].psum, 0);
+}
+
+class RevisedRunEngine : public RunEngine {
+protected:
+    void SetUp() override {
+        RunEngine::SetUp();
+        gRunData.multiple_cur = 3.5f;
+    }
+    static void plan(int motor, int dst, uint8_t dir, uint16_t total) {
+        MotorRunState& m = gRunData.motor[motor];
+        m.dst_steps = static_cast<int16_t>(dst);
+        m.dir = dir;
+        m.total_steps = total;
+    }
+    int run(uint8_t order = 1 | 2 << 2) {
+        gRunData.motor_order = order;
+        return call(StartRunReNew);
+    }
+};
+
+// Each re-plan from total steps as the run prints it: an empty move, a short one in one
+// period, a long one shared over periods so that both motors finish together (both channels
+// stopped after the last pulse), an interval by the multiple before the zoom, and one
+// beyond 16 bits signed that is bounded.
+TEST_F(RevisedRunEngine, ReplansFromTotalStepsAndBothMotorsFinishTogether) {
+    const struct {
+        struct {
+            float multiple;
+            int zoom_dst, zoom_total, focus_dst, focus_total;
+            uint64_t pulses;
+        } move;
+        std::vector<const char*> lines;
+    } cases[] = {
+        {{3.5f, 0, 0, 0, 0, 0},
+         {"] ------------start run motor---------------------\r\n",
+          "motor 0 Total Steps is 0\r\nmotor 1 Total Steps is 0\r\n",
+          "max NO.1 Total Steps is 0\r\nmax NO.0 Total Steps is 0\r\n"}},
+        // Budget 100 x 400: zoom 400, focus 40000 / 30 rounded up.
+        {{3.5f, -100, 100, 30, 30, 2},
+         {"max NO.0 Total Steps is 100\r\nmax NO.1 Total Steps is 30\r\n",
+          "motor id is 0, motor loop is 2, end loop is 1, motor intctXX is 400, motor psumXX is "
+          "100, motor last psumXX is 0 \r\n",
+          "motor id is 1, motor loop is 2, end loop is 1, motor intctXX is 1334, motor psumXX is "
+          "30, motor last psumXX is 0 \r\n",
+          "] zoom，focus run over！！\r\n"}},
+        // n = 500 / 240 = 2 full periods of 48 % of each total, the rest in a third.
+        {{3.5f, 400, 500, -270, 300, 3},
+         {"loop is 2;Percentage for step is 0.480000.\r\n",
+          "motor id is 0, motor loop is 3, end loop is 2, motor intctXX is 400, motor psumXX is "
+          "240, motor last psumXX is 20 \r\n",
+          "motor id is 1, motor loop is 3, end loop is 2, motor intctXX is 667, motor psumXX is "
+          "144, motor last psumXX is 12 \r\n",
+          "old_error_step is 0, error_step is 0.\r\n"}},
+        {{6.0f, 440, 40, -270, 0, 2},
+         {"motor id is 0, motor loop is 2, end loop is 1, motor intctXX is 500,"}},
+        {{10.0f, 480, 40, -270, 0, 2}, {"motor intctXX is 642,"}},
+        {{4.0f, 520, 40, -270, 0, 2}, {"motor intctXX is 400,"}},
+        // 239 x 400 / 2 = 47800: negative as a 16-bit word.
+        {{3.5f, 281, 239, -268, 2, 2},
+         {"motor id is 1, motor loop is 2, end loop is 1, motor intctXX is 32767,"}},
+    };
+    for (const auto& [c, lines] : cases) {
+        gRunData.multiple_cur = c.multiple;
+        const int zoom_from = GetCurSteps(MOTOR_ZOOM), focus_from = GetCurSteps(MOTOR_FOCUS);
+        plan(MOTOR_ZOOM, c.zoom_dst, c.zoom_dst < zoom_from ? 1 : 0, c.zoom_total);
+        plan(MOTOR_FOCUS, c.focus_dst, c.focus_dst < focus_from ? 0 : 1, c.focus_total);
+        const uint64_t pulses = vd_pulses();
+        EXPECT_EQ(run(), 0);
+        for (const char* line : lines) EXPECT_THAT(output_, HasSubstr(line));
+        EXPECT_EQ(vd_pulses() - pulses, c.pulses) << c.zoom_dst;
+        EXPECT_EQ(std::pair(motor_at(twin::Motor::zoom), motor_at(twin::Motor::focus)),
+                  std::pair(c.zoom_dst, c.focus_dst));
+        EXPECT_EQ(gRunData.motor_order, 0);
+        uint64_t last_rise = 0;
+        for (const auto& edge : with<twin::GpioBank>([](auto& g) { return g.edges(26); }))
+            if (edge.level == 1) last_rise = edge.time_ns;
+        int stops_after_last_pulse = 0;
+        for (const auto& w : with<twin::DriverChip>([](auto& c) { return c.register_writes(); }))
+            if ((w.addr == 0x24 || w.addr == 0x29) && (w.value & 0xFF) == 0 &&
+                w.time_ns > last_rise)
+                ++stops_after_last_pulse;
+        EXPECT_EQ(stops_after_last_pulse, (c.zoom_total > 0) + (c.focus_total > 0)) << c.zoom_dst;
+    }
+    EXPECT_EQ(run_times, 7u);
+}
+
+TEST_F(RevisedRunEngine, APlanThatDoesNotAddUpOrARunInProgressIsRefused) {
+    // 5038 steps beside a leader of 5039: 239 x 20 + 2 falls 256 short.
+    plan(MOTOR_ZOOM, -5039, 1, 5039);
+    plan(MOTOR_FOCUS, 5038, 1, 5038);
+    EXPECT_EQ(run(), 1);
+    EXPECT_THAT(output_, HasSubstr("电机ID是1，实际值为5038，计算获取数据为 239 x 20 + 2 * (21 - "
+                                   "20) = 4782\r\n"));
+    EXPECT_EQ(GetCurSteps(MOTOR_ZOOM), 0);
+    EXPECT_EQ(gRunData.motor[MOTOR_ZOOM].total_steps, 0);
+
+    plan(MOTOR_ZOOM, 40, 0, 40);
+    gRunData.running = 1;
+    EXPECT_EQ(run(1), 1);
+    EXPECT_THAT(output_, ::testing::Not(HasSubstr("Total Steps")));
+    EXPECT_EQ(gRunData.running, 0);
+    EXPECT_EQ(vd_pulses(), 0u);
 }
 
 }  // namespace

@@ -1,26 +1,35 @@
-// The register primitives on the twin's buses: the messages of each access, one open, one
-// transfer and one close per access, the pauses, and every failure with injected faults.
+// The register primitives on the twin's buses (the messages of each access, one open, one
+// transfer and one close per access, the pauses, every failure), the voice coil, and the
+// start-up identification of the sensor over its two buses.
 #include <gmock/gmock.h>
+#include <cstring>
+#include <functional>
 
-#include "tests/sensor/sensor_fixture.hpp"
+#include "tests/support/twin_test.hpp"
+#include "zoomaf/imx586.h"
 
 namespace zoomaf::test {
 namespace {
 
 using ::testing::ElementsAre;
+using ::testing::ElementsAreArray;
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
 using twin::FaultRule;
 
-using RegisterAccess = SensorTest;
+constexpr int kModuleBus = twin::Board::kModuleBus, kSensorIdBus = twin::Board::kSensorIdBus;
+constexpr uint16_t kSensor = 0x1A;
+
+using RegisterAccess = TwinTest;
 
 TEST_F(RegisterAccess, EachAccessIsOneTransferWithItsMessagesAndPause) {
-    struct Case {
+    const struct {
         const char* name;
         int bus;
         int (*access)();
         std::vector<twin::I2cMessageRecord> messages;
         uint64_t pause_ns;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"sensor write",
          kModuleBus,
          [] { return write_imx586_single_reg(0x3E37, 0x01); },
@@ -53,13 +62,13 @@ TEST_F(RegisterAccess, EachAccessIsOneTransferWithItsMessagesAndPause) {
          {{0x0C, false, {0x02, 0x00}}},
          20'000},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
-        board().clear_i2c_transfers(c.bus);
+        with<twin::I2cBus>(c.bus, [](twin::I2cBus& bus) { bus.clear_transfers(); });
         recorder().clear();
-        const uint64_t slept_before = board().slept_ns();
+        const uint64_t slept_before = slept_ns();
         EXPECT_EQ(c.access(), 0);
-        const auto transfers = board().i2c_transfers(c.bus);
+        const auto transfers = i2c_transfers(c.bus);
         ASSERT_EQ(transfers.size(), 1u);
         ASSERT_EQ(transfers[0].messages.size(), c.messages.size());
         for (size_t i = 0; i < c.messages.size(); ++i) {
@@ -67,149 +76,181 @@ TEST_F(RegisterAccess, EachAccessIsOneTransferWithItsMessagesAndPause) {
             EXPECT_EQ(transfers[0].messages[i].read, c.messages[i].read);
             EXPECT_EQ(transfers[0].messages[i].data, c.messages[i].data);
         }
-        EXPECT_EQ(board().slept_ns() - slept_before, c.pause_ns);
+        EXPECT_EQ(slept_ns() - slept_before, c.pause_ns);
         EXPECT_THAT(recorder().opens(), ElementsAre("/dev/i2c-" + std::to_string(c.bus)));
         EXPECT_EQ(board().open_descriptors(), 0u) << "the node is closed again";
     }
-    EXPECT_TRUE(board().faults().empty());
 }
 
 TEST_F(RegisterAccess, ReadsHandTheByteToTheCaller) {
-    board().imx586([](twin::Imx586& s) { s.set_gain_code(0x2A5); });
+    with<twin::Imx586>([](twin::Imx586& s) { s.set_gain_code(0x2A5); });
     uint8_t high = 0, low = 0;
     ASSERT_EQ(read_imx586_single_reg(0x0204, &high), 0);
     ASSERT_EQ(read_imx586_single_reg(0x0205, &low), 0);
-    EXPECT_EQ(high, 0x02);
-    EXPECT_EQ(low, 0xA5);
+    EXPECT_EQ(std::pair(high, low), std::pair(uint8_t{0x02}, uint8_t{0xA5}));
     EXPECT_EQ(call([] { return read_imx586_single_reg(0x0205, nullptr); }), -1);
     EXPECT_EQ(output_, "read sensor reg 0x205: no result byte given\r\n");
 }
 
 TEST_F(RegisterAccess, ModuleMemoryReadSendsOneAddressByteAndCopiesTheData) {
+    // The module memory takes 16-bit addresses: the one address byte of this read is misuse
+    // it records (and it reads on from where its pointer stood).
+    expect_fault(twin::FaultKind::i2c_misuse);
     uint8_t buf[64];
     std::memset(buf, 0xEE, sizeof buf);
-    const uint64_t slept_before = board().slept_ns();
+    const uint64_t slept_before = slept_ns();
     ASSERT_EQ(iic_read_single_reg(0x05, 4, buf), 0);
-    const auto transfers = board().i2c_transfers(kModuleBus);
+    const auto transfers = i2c_transfers(kModuleBus);
     ASSERT_EQ(transfers.size(), 1u);
     const auto& m = transfers[0].messages;
     ASSERT_EQ(m.size(), 2u);
     EXPECT_EQ(m[0].addr, 0x50);
     EXPECT_THAT(m[0].data, ElementsAre(0x05));
     EXPECT_TRUE(m[1].read);
-    ASSERT_EQ(m[1].data.size(), 4u);
     EXPECT_EQ(std::vector<uint8_t>(buf, buf + 4), m[1].data);
     EXPECT_EQ(buf[4], 0xEE) << "only the length asked for is copied";
-    EXPECT_EQ(board().slept_ns() - slept_before, 2'000'000u);
+    EXPECT_EQ(slept_ns() - slept_before, 2'000'000u);
 
     // The whole receive buffer may be asked for, no more and nothing.
     EXPECT_EQ(iic_read_single_reg(0x00, 64, buf), 0);
-    board().clear_i2c_transfers(kModuleBus);
     EXPECT_EQ(call([&] { return iic_read_single_reg(0x00, 65, buf); }), -1);
     EXPECT_NE(output_.find("length 65"), std::string::npos);
     EXPECT_EQ(call([&] { return iic_read_single_reg(0x00, 0, buf); }), -1);
     EXPECT_EQ(call([] { return iic_read_single_reg(0x00, 4, nullptr); }), -1);
-    EXPECT_TRUE(board().i2c_transfers(kModuleBus).empty()) << "refused before the bus";
+    EXPECT_EQ(i2c_transfers(kModuleBus).size(), 2u) << "refused before the bus";
 }
 
-TEST_F(RegisterAccess, ANodeThatCannotBeOpenedFailsEveryPrimitive) {
-    board().inject({.op = FaultRule::Op::open, .path = "/dev/i2c-9", .count = -1});
-    board().inject({.op = FaultRule::Op::open, .path = "/dev/i2c-2", .count = -1});
+// Every primitive on a node that cannot be opened, then on a transfer that fails: the
+// message of each, no pause after a failure, a failed read leaves the result byte.
+TEST_F(RegisterAccess, FailuresOfTheNodeAndOfTheTransferAreReported) {
     uint8_t byte = 0x5A;
     uint8_t buf[4] = {};
-    const uint64_t slept_before = board().slept_ns();
-    // The text names bus 8 whatever the bus.
-    const char* kOpenFail = "open iic-8 fail!\r\n";
-    EXPECT_EQ(call([] { return write_imx586_single_reg(0x0104, 1); }), -1);
-    EXPECT_EQ(output_, kOpenFail);
-    EXPECT_EQ(call([&] { return read_imx586_single_reg(0x0104, &byte); }), -1);
-    EXPECT_EQ(output_, kOpenFail);
-    EXPECT_EQ(call([&] { return read_sensor_version_reg(0x0136, &byte); }), -1);
-    EXPECT_EQ(output_, kOpenFail);
-    EXPECT_EQ(call([] { return write_sensor_version_reg(0x0A00, 1); }), -1);
-    EXPECT_EQ(output_, kOpenFail);
-    EXPECT_EQ(call([] { return write_motor_single_reg(0, 1); }), -1);
-    EXPECT_EQ(output_, kOpenFail);
-    EXPECT_EQ(call([&] { return iic_read_single_reg(0, 4, buf); }), -1);
-    EXPECT_EQ(output_, "") << "the module-memory read fails silently";
-    EXPECT_EQ(byte, 0x5A);
-    EXPECT_EQ(board().slept_ns(), slept_before) << "no pause after a failure";
-    // The hold switches ignore the failure.
+    const struct {
+        std::function<int()> access;
+        const char* open_failed;  // the text names bus 8 whatever the bus
+        const char* transfer_failed;
+    } cases[] = {
+        {[] { return write_imx586_single_reg(0x3E37, 1); }, "open iic-8 fail!\r\n",
+         "\r\n~ioctl write error addr:0x3e37,ret:-1\r\n"},
+        {[&] { return read_imx586_single_reg(0xC808, &byte); }, "open iic-8 fail!\r\n",
+         "~ioctl read error addr:0xc808,ret:-1\r\n"},
+        {[&] { return read_sensor_version_reg(0x0A29, &byte); }, "open iic-8 fail!\r\n",
+         "~ioctl read error addr:0xa29,ret:-1\r\n"},
+        {[] { return write_sensor_version_reg(0x0A00, 1); }, "open iic-8 fail!\r\n",
+         "~ioctl read error addr:0xa00,ret:-1\r\n"},  // the version write uses the read text
+        {[] { return write_motor_single_reg(1, 0x40); }, "open iic-8 fail!\r\n",
+         "\r\n~586 mator ioctl write error addr:0x1,ret:-1\r\n"},
+        {[&] { return iic_read_single_reg(0, 4, buf); }, "", ""},  // fails silently
+    };
+    for (FaultRule::Op op : {FaultRule::Op::open, FaultRule::Op::ioctl}) {
+        SCOPED_TRACE(twin::op_name(op));
+        board().clear_faults();
+        board().inject({.op = op, .target = "/dev/i2c-9", .count = -1});
+        board().inject({.op = op, .target = "/dev/i2c-2", .count = -1});
+        const uint64_t slept_before = slept_ns();
+        for (const auto& c : cases) {
+            EXPECT_EQ(call(c.access), -1);
+            EXPECT_EQ(output_, op == FaultRule::Op::open ? c.open_failed : c.transfer_failed);
+        }
+        EXPECT_EQ(byte, 0x5A);
+        EXPECT_EQ(slept_ns(), slept_before) << "no pause after a failure";
+    }
+    EXPECT_EQ(board().injected_faults().size(), 12u) << "one attempt each, nothing retried";
+    // The hold switches and the voice-coil enable ignore the failure.
     EXPECT_EQ(call([] { return write_imx586_group_hold(1); }), 0);
     EXPECT_EQ(call([] { return write_imx586_pd_read_hold(1); }), 0);
-    EXPECT_EQ(call([] { return set_586_mator_enable(); }), 0);
+    EXPECT_EQ(call(set_586_mator_enable), 0);
 }
 
-TEST_F(RegisterAccess, AFailedTransferClosesTheNodeAndReportsTheRegister) {
-    board().inject({.op = FaultRule::Op::ioctl, .path = "/dev/i2c-9", .count = -1});
-    board().inject({.op = FaultRule::Op::ioctl, .path = "/dev/i2c-2", .count = -1});
-    uint8_t byte = 0x5A;
-    EXPECT_EQ(call([] { return write_imx586_single_reg(0x3E37, 1); }), -1);
-    EXPECT_EQ(output_, "\r\n~ioctl write error addr:0x3e37,ret:-1\r\n");
-    EXPECT_EQ(call([&] { return read_imx586_single_reg(0xC808, &byte); }), -1);
-    EXPECT_EQ(output_, "~ioctl read error addr:0xc808,ret:-1\r\n");
-    EXPECT_EQ(call([&] { return read_sensor_version_reg(0x0A29, &byte); }), -1);
-    EXPECT_EQ(output_, "~ioctl read error addr:0xa29,ret:-1\r\n");
-    // The version write reports with the read text.
-    EXPECT_EQ(call([] { return write_sensor_version_reg(0x0A00, 1); }), -1);
-    EXPECT_EQ(output_, "~ioctl read error addr:0xa00,ret:-1\r\n");
-    EXPECT_EQ(call([] { return write_motor_single_reg(1, 0x40); }), -1);
-    EXPECT_EQ(output_, "\r\n~586 mator ioctl write error addr:0x1,ret:-1\r\n");
-    EXPECT_EQ(byte, 0x5A) << "a failed read leaves the result byte";
-    EXPECT_EQ(board().open_descriptors(), 0u);
-    EXPECT_EQ(board().injected_faults().size(), 5u) << "one transfer each, nothing retried";
-}
+using VoiceCoil = TwinTest;
 
-TEST_F(RegisterAccess, AnAbsentSensorFailsTheTransfer) {
-    board().set_i2c_present(kModuleBus, kSensor, false);
-    uint8_t byte = 0x5A;
-    EXPECT_EQ(call([&] { return read_imx586_single_reg(0x0104, &byte); }), -1);
-    EXPECT_EQ(output_, "~ioctl read error addr:0x104,ret:-1\r\n");
-    EXPECT_EQ(byte, 0x5A);
-}
-
-using VoiceCoil = SensorTest;
-
-TEST_F(VoiceCoil, PositionsAreClampedSplitAndStored) {
+TEST_F(VoiceCoil, PositionsAreClampedSplitAndStoredAndEnableWritesZero) {
     auto coil_writes = [&] {
         std::vector<std::pair<int, int>> all;
-        board().voice_coil([&](twin::VoiceCoilDriver& v) {
+        with<twin::VoiceCoilDriver>([&](twin::VoiceCoilDriver& v) {
             for (const auto& w : v.writes()) all.emplace_back(w.reg, w.value);
+            v.clear_writes();
         });
         return all;
     };
-    auto coil_position = [&] {
-        return board().voice_coil([](twin::VoiceCoilDriver& v) { return v.position(); });
-    };
+    auto coil = [&](auto get) { return with<twin::VoiceCoilDriver>(get); };
 
     EXPECT_EQ(call([] { return set_586_mator_position(2000); }), 0);
     EXPECT_THAT(coil_writes(), ElementsAre(std::pair{0, 0xFF}, std::pair{1, 0xC0}));
     EXPECT_EQ(motor_position, 1023);
-    EXPECT_EQ(coil_position(), 1023);
+    EXPECT_EQ(coil([](auto& v) { return v.position(); }), 1023);
     EXPECT_EQ(output_,
               "set_586_mator_position: addr1: 0x00, val:255, addr2 : 0x01, val:192, setpos:2000, "
               "value:1023, cur pos: 1023)\r\n\r\n");
 
     // The position already held writes nothing; the request is printed as it came.
-    board().clear_i2c_transfers(kModuleBus);
     EXPECT_EQ(call([] { return set_586_mator_position(1023); }), 0);
-    EXPECT_TRUE(board().i2c_transfers(kModuleBus).empty());
+    EXPECT_TRUE(coil_writes().empty());
     EXPECT_EQ(output_,
               "set_586_mator_position: addr1: 0x00, val:0, addr2 : 0x01, val:0, setpos:1023, "
               "value:1023, cur pos: 1023)\r\n\r\n");
 
-    board().voice_coil([](twin::VoiceCoilDriver& v) { v.clear_writes(); });
     call([] { return set_586_mator_position(5); });
     EXPECT_THAT(coil_writes(), ElementsAre(std::pair{0, 0x01}, std::pair{1, 0x40}));
     EXPECT_EQ(motor_position, 5);
-    EXPECT_EQ(coil_position(), 5);
+    EXPECT_EQ(coil([](auto& v) { return v.position(); }), 5);
+
+    EXPECT_FALSE(coil([](auto& v) { return v.enabled(); }));
+    EXPECT_EQ(set_586_mator_enable(), 0);
+    EXPECT_TRUE(coil([](auto& v) { return v.enabled(); }));
 }
 
-TEST_F(VoiceCoil, EnableWritesZeroToTheSwitch) {
-    EXPECT_FALSE(board().voice_coil([](twin::VoiceCoilDriver& v) { return v.enabled(); }));
-    EXPECT_EQ(set_586_mator_enable(), 0);
-    EXPECT_TRUE(board().voice_coil([](twin::VoiceCoilDriver& v) { return v.enabled(); }));
-    EXPECT_TRUE(board().faults().empty());
+using SensorIdentification = TwinTest;
+
+// (register, written value or -1 for a read) of each transfer on a bus.
+std::vector<std::pair<int, int>> accesses(const std::vector<twin::I2cTransferRecord>& transfers) {
+    std::vector<std::pair<int, int>> all;
+    for (const auto& t : transfers) {
+        const auto& first = t.messages.at(0).data;
+        all.emplace_back(first.at(0) << 8 | first.at(1), t.messages.size() == 2 ? -1 : first.at(2));
+    }
+    return all;
+}
+
+TEST_F(SensorIdentification,
+       ReadsTheIdentificationPageOverBus2WithHoldsOverBus9AndOnlyTheLastTypeByteCounts) {
+    EXPECT_EQ(call(read_sensor_id), 0);
+    EXPECT_EQ(output_,
+              "read otp-read-status:1\r\n"
+              "\r\nover read sensor chip type:0x40!\r\n"
+              "Success:true sensor chip type!\r\n");
+    std::vector<std::pair<int, int>> expected = {
+        {0x0136, -1}, {0x0137, -1}, {0x0A02, 0x7F}, {0x0A00, 0x01}, {0x0A01, -1}};
+    for (int reg = 0x0A1F; reg <= 0x0A29; ++reg) expected.emplace_back(reg, -1);
+    EXPECT_THAT(accesses(i2c_transfers(2)), ElementsAreArray(expected));
+    // One hold on and off around each of the eleven reads, on the other bus.
+    std::vector<std::pair<int, int>> holds;
+    for (int i = 0; i < 11; ++i) holds.insert(holds.end(), {{0x0104, 1}, {0x0104, 0}});
+    EXPECT_THAT(accesses(i2c_transfers(9)), ElementsAreArray(holds));
+    EXPECT_EQ(with<twin::SensorIdRegisters>([](auto& s) { return s.otp_reads_started(); }), 1u);
+
+    // 0x0A24..0x0A28 may hold 0x40 or anything else: only the last byte, 0x0A29, counts.
+    with<twin::SensorIdRegisters>([](auto& s) {
+        s.set_otp_byte(0x7F, 0x0A28, 0x40);
+        s.set_chip_type(0x41);
+    });
+    call(read_sensor_id);
+    EXPECT_THAT(output_, EndsWith("\r\nover read sensor chip type:0x41!\r\n"
+                                  "Error:error sensor chip type!\r\n"));
+}
+
+TEST_F(SensorIdentification, FailedReadsAreReportedAndTheServiceGoesOn) {
+    // The sixteenth transfer on bus 2 is the read of 0x0A29: the cleared byte stays.
+    board().inject({.op = twin::FaultRule::Op::ioctl, .target = "/dev/i2c-2", .skip = 15});
+    EXPECT_EQ(call(read_sensor_id), 0);
+    EXPECT_THAT(output_, HasSubstr("~ioctl read error addr:0xa29,ret:-1\r\n"));
+    EXPECT_THAT(output_, EndsWith("\r\nover read sensor chip type:0x0!\r\n"
+                                  "Error:error sensor chip type!\r\n"));
+    // An absent sensor.
+    unplug_i2c(2, 0x1A);
+    EXPECT_EQ(call(read_sensor_id), 0);
+    EXPECT_THAT(output_, HasSubstr("read otp-read-status:0\r\n"));
+    EXPECT_THAT(output_, HasSubstr("Error:error sensor chip type!\r\n"));
 }
 
 }  // namespace

@@ -1,35 +1,40 @@
-// The control calls: every setter's mode and range checks in their order with the exact
-// messages and no state change on a refusal, the accepted boundary values, the centre
-// windows on the twin's sensor, the manual position read back at the range ends, and the
-// calls against a thread that holds the service lock.
+// The control calls and the host's entries: every setter's mode and range checks in their
+// order with the exact messages and no state change on a refusal, the accepted boundary
+// values, the centre windows on the twin's sensor, the manual position at the range ends,
+// the calls against a thread that holds the service lock; the PTZ start, the choice of the
+// readout window and the area-focus thread.
 #include <gmock/gmock.h>
-
+#include <pthread.h>
+#include <sys/shm.h>
 #include <atomic>
 #include <chrono>
 #include <cmath>
+#include <cstring>
 #include <future>
 #include <thread>
 #include <tuple>
 
-#include "tests/service/service_fixture.hpp"
-#include "twin/imx586.hpp"
+#include "channels/channel_layout.hpp"
+#include "tests/support/twin_test.hpp"
+#include "twin/module/channel_publisher.hpp"
+#include "zoomaf/app_pdaf.h"
+#include "zoomaf/assist_info.h"
+#include "zoomaf/lib_motor.h"
 
 namespace zoomaf::test {
 namespace {
 
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
+
 using namespace std::chrono_literals;
 
-class ControlApi : public ServiceTest {
+class ControlApi : public TwinTest {
 protected:
-    std::vector<twin::I2cRegisterWrite> sensor_writes() {
-        return board().imx586([](twin::Imx586& s) { return s.writes(); });
-    }
     // Window 0 as the sensor holds it (outside a group hold): start, end and enabled.
     std::tuple<int, int, int, int, bool> window0() {
-        const auto w = board().imx586([](twin::Imx586& s) { return s.window(0); });
-        EXPECT_FALSE(board().imx586([](twin::Imx586& s) { return s.group_hold(); }));
+        const auto w = with<twin::Imx586>([](twin::Imx586& s) { return s.window(0); });
+        EXPECT_FALSE(with<twin::Imx586>([](twin::Imx586& s) { return s.group_hold(); }));
         return {w.x_start, w.y_start, w.x_end, w.y_end, w.enabled};
     }
     int32_t manual_position_at(int16_t focus_step) {
@@ -140,22 +145,19 @@ TEST_F(ControlApi, TheSettersTakeTheEndsOfTheirRanges) {
     current_focus_mode = PDAF_CENTER_MODE;
     EXPECT_EQ(AppSetShockPeriod(50), 0);
     EXPECT_EQ(current_shockperiod, 50);
+    // The laser compensation reads 0 until one is learned (-5, as every change leaves it).
+    laser_focus_compensation = -5;
+    EXPECT_EQ(call(GetLaserCompensationValue), 0);
+    EXPECT_EQ(output_, "go get lasercompensationvalue:0\r\n");
+    laser_focus_compensation = -37;
+    EXPECT_EQ(call(GetLaserCompensationValue), -37);
 }
 
-TEST_F(ControlApi, TheRatioLaysOutTheCentreWindowsInsideAGroupHold) {
-    EXPECT_EQ(call([] { return AppSetCenterFocusWindownsRatio(4); }), 0);
-    EXPECT_EQ(is_center_af_winratio_update, 1);
-    const auto first = sensor_writes().at(0);
-    EXPECT_EQ(std::tuple(first.addr, first.value), std::tuple(twin::Imx586::kGroupHold, 1));
-    // The layout was held back and took effect when the hold was closed.
-    board().imx586([](twin::Imx586& s) {
-        EXPECT_FALSE(s.group_hold());
-        EXPECT_EQ(s.area_mode(), twin::Imx586::kAreaModeWindows);
-    });
-}
-
-TEST_F(ControlApi, TheFreeAreaIsWindowZeroAsFourThirteenBitCoordinates) {
+// The free area is window 0 as four 13-bit coordinates; the ratio lays out the centre
+// windows; both inside a group hold.
+TEST_F(ControlApi, TheCentreWindowsAreWrittenInsideAGroupHold) {
     EXPECT_EQ(call([] { return AppSetCenterFocusWindownsFreearea(1000, 800, 400, 300); }), 0);
+    EXPECT_EQ(sensor_writes().at(0), std::pair(twin::Imx586::kGroupHold, uint8_t{1}));
     const uint8_t expected[8] = {0x03, 0xE8, 0x03, 0x20, 0x05, 0x78, 0x04, 0x4C};
     EXPECT_EQ(std::memcmp(focus_area, expected, 8), 0);
     EXPECT_EQ(window0(), std::tuple(1000, 800, 1400, 1100, true));
@@ -169,8 +171,10 @@ TEST_F(ControlApi, TheFreeAreaIsWindowZeroAsFourThirteenBitCoordinates) {
     // A negative size is not checked: the end wraps to 13 bits.
     EXPECT_EQ(call([] { return AppSetCenterFocusWindownsFreearea(10, 3, -20, 0); }), 0);
     EXPECT_EQ(window0(), std::tuple(10, 3, 8182, 3, true));
+    EXPECT_EQ(call([] { return AppSetCenterFocusWindownsRatio(4); }), 0);
+    EXPECT_EQ(window0(), std::tuple(1500, 1000, 2166, 1500, true));
 
-    board().set_i2c_present(twin::Board::kModuleBus, twin::Imx586::kAddress, false);
+    unplug_i2c(twin::Board::kModuleBus, twin::Imx586::kAddress);
     EXPECT_EQ(call([] { return AppSetCenterFocusWindownsFreearea(1000, 800, 400, 300); }), -1);
     EXPECT_THAT(output_, HasSubstr("Error: set_pdaf_centermode_freearea_attr the area did not "
                                    "reach the sensor!\r\n"));
@@ -197,14 +201,6 @@ TEST_F(ControlApi, TheManualPositionReadsAsAWholePercentageClampedToTheRange) {
     mator_step_section[25][0] = -1000;
     multiple_index = LENS_TABLE_ROWS;
     EXPECT_EQ(manual_position_at(0), -1) << "a row outside the table is never read";
-}
-
-TEST_F(ControlApi, TheLaserCompensationReadsZeroUntilOneIsLearned) {
-    laser_focus_compensation = -5;  // as every mode or zoom change leaves it
-    EXPECT_EQ(call(GetLaserCompensationValue), 0);
-    EXPECT_EQ(output_, "go get lasercompensationvalue:0\r\n");
-    laser_focus_compensation = -37;
-    EXPECT_EQ(call(GetLaserCompensationValue), -37);
 }
 
 template <class T>
@@ -291,6 +287,127 @@ TEST_F(ControlApi, ControlCallsRaceALoopThreadWithoutADataRace) {
         loop.join();
     });
     EXPECT_GE(passes.load(), 12 * 8 * 2);
+}
+
+// A plain global of the service read under the service lock, as the thread writes it.
+int32_t locked(const int32_t& global) {
+    try_lock();
+    const int32_t value = global;
+    unlock();
+    return value;
+}
+
+template <class Pred>
+bool wait_for(Pred pred) {
+    for (int i = 0; i < 5000 && !pred(); ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return pred();
+}
+
+bool service_lock_free() {
+    if (pthread_mutex_trylock(&motro_safe_lock) != 0) return false;
+    unlock();
+    return true;
+}
+
+class HostEntries : public TwinTest {
+protected:
+    uint64_t sleep_calls() {
+        return with<twin::Clock>([](const twin::Clock& c) { return c.sleep_calls(); });
+    }
+};
+
+TEST_F(HostEntries, TheAreaFocusThreadSwitchesEvenManualModeToFreeModeOnANewPoint) {
+    board().set_real_time(20.0);  // a 100 ms poll takes 5 ms
+    current_focus_mode = MANUAL_FOCUS_MODE;
+    twin::ChannelPublisher ui(board(), VREL_AREA_FOCUS_CHANNEL);
+    const int shm = ::shmget(board().salted_key(channels::shm_key(VREL_AREA_FOCUS_CHANNEL)), 0, 0);
+    auto* segment = static_cast<uint8_t*>(board().shmat(shm, nullptr, 0));
+    void* returned = &returned;  // anything but null
+    bool held_lock_after_return = false;
+    output_ = captured([&] {
+        std::thread thread([&] {
+            returned = GetAreaFocusUpdateStatus(nullptr);
+            held_lock_after_return = !service_lock_free();
+            unlock();
+        });
+        ASSERT_TRUE(wait_for([&] { return sleep_calls() >= 5; }));
+        EXPECT_EQ(current_focus_mode, MANUAL_FOCUS_MODE) << "nothing new yet";
+
+        const uint32_t reserved = 0xDEADBEEF;
+        std::memcpy(segment + VREL_RESERVED_OFFSET, &reserved, sizeof reserved);
+        // Stored as it comes: the readouts guard the grid, not the reader.
+        const VrelAreaFocusPoint point{4321, -7};
+        ASSERT_TRUE(ui.publish(&point, sizeof point));
+        ASSERT_TRUE(wait_for([] { return locked(is_coordinates_update) == 1; }));
+        EXPECT_EQ(current_focus_mode, PDAF_FREE_MODE);
+
+        ASSERT_EQ(board().semctl(ui.sem_id(), 0, IPC_RMID, 0), 0);  // ends the thread
+        thread.join();
+    });
+    EXPECT_EQ(std::pair(free_focus_pointx, free_focus_pointy), std::pair(4321, -7));
+    EXPECT_EQ(channels::update_flag(segment), 0u);
+    EXPECT_EQ(channels::reserved_word(segment), 0u) << "cleared together with the flag";
+    EXPECT_THAT(output_,
+                HasSubstr("\r\n\r\nnget airstatus update,point_x:4321,point_y:-7!\r\n\r\n"));
+    EXPECT_THAT(output_, HasSubstr("SemaphoreP failed\r\nError:GetAreaFocusUpdateStatus "
+                                   "SemaphoreP failed!"));
+    EXPECT_EQ(returned, nullptr);
+    EXPECT_TRUE(held_lock_after_return) << "a thread that lost its channel keeps the lock";
+}
+
+TEST_F(HostEntries, PtzStartGoesBackToCentreFocusFromScratch) {
+    current_focus_mode = MANUAL_FOCUS_MODE;
+    is_free_focus_opr_over = 1;
+    laser_focus_compensation = 12;
+    current_select_pdaf_window = 17;
+    EXPECT_EQ(call(SetPZTstart), 0);
+    EXPECT_EQ(output_,
+              "Set Plane Or PTZ Status!!!\r\n"
+              "change plane or set ptz status set laser_focus_compensation to be zero!\r\n");
+    EXPECT_EQ(current_focus_mode, PDAF_CENTER_MODE);
+    EXPECT_EQ(is_free_focus_opr_over, 0);
+    EXPECT_EQ(laser_focus_compensation, -5) << "-5: none learned";
+    EXPECT_EQ(current_select_pdaf_window, 0);
+    EXPECT_TRUE(service_lock_free());
+    call([] { SwitchCompensation(35, -2); });
+    EXPECT_EQ(output_, "Compensation maxstep is 35, times is -2");
+}
+
+TEST_F(HostEntries, OnlyReadoutWindowsZeroFiveSixAndSevenAreTaken) {
+    const struct {
+        int index, result, selected;
+        const char* text;
+    } cases[] = {
+        {5, 0, 5, "change window index form 0 to 5\r\n"},
+        {7, 0, 7, "change window index form 5 to 7\r\n"},
+        {3, -1, 7, "Error:window index:3 is out of range:0/5/6/7!\r\n"},
+        {1, -1, 7, "Error:window index:1 is out of range:0/5/6/7!\r\n"},
+        {8, -1, 7, "Error:window index:8 is out of range:0~6!\r\n"},
+        {-1, -1, 7, "Error:window index:-1 is out of range:0~6!\r\n"},
+        {0, 0, 0, "change window index form 7 to 0\r\n"},
+    };
+    for (const auto& c : cases) {
+        const uint64_t before = board().now_ns();
+        EXPECT_EQ(call([&] { return change_select_pdaf_window(c.index); }), c.result);
+        EXPECT_EQ(output_, c.text);
+        EXPECT_EQ(current_select_pdaf_window, c.selected);
+        EXPECT_EQ(board().now_ns() - before, 1'000'000'000u) << "one second, refused or not";
+    }
+    EXPECT_TRUE(service_lock_free());
+
+    // The service lock is held through the second.
+    board().set_real_time(10.0);  // the second lasts 100 ms
+    const uint64_t sleeps_before = sleep_calls();
+    bool free_while_sleeping = true;
+    quietly([&] {
+        std::thread host([] { change_select_pdaf_window(6); });
+        wait_for([&] { return sleep_calls() != sleeps_before; });
+        free_while_sleeping = service_lock_free();
+        host.join();
+    });
+    EXPECT_FALSE(free_while_sleeping);
+    EXPECT_EQ(current_select_pdaf_window, 6);
 }
 
 }  // namespace

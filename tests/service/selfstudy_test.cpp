@@ -1,22 +1,40 @@
-// Learning into the self-study memory: the first offer, the better-focus rule, the row of
-// the current zoom, the refused lasers, the look-up and the plausibility test.
+// The self-study store: learning into the memory (the first offer, the better-focus rule,
+// the row of the current zoom, the refused lasers, the look-up and the plausibility test),
+// and the file "./laserclearinfo" (its byte layout, the load at start, the savers and their
+// whole-file replacement, the exit save, the fatal-signal path).
+#include <fcntl.h>
 #include <gmock/gmock.h>
-
+#include <unistd.h>
+#include <atomic>
 #include <cstdio>
+#include <cstring>
+#include <thread>
 #include <tuple>
 #include <utility>
 
-#include "tests/service/service_fixture.hpp"
+#include "tests/support/twin_test.hpp"
+#include "zoomaf/app_pdaf.h"
+#include "zoomaf/lib_motor.h"
 
 namespace zoomaf::test {
 namespace {
 
 using ::testing::HasSubstr;
+using ::testing::StartsWith;
 
-class SelfStudy : public ServiceTest {
+// The store allocated and empty, as InitGlobalClearinfo leaves it without a file.
+void allocate_store() {
+    if (selfstudy_point == nullptr) {
+        selfstudy_point =
+            static_cast<SelfStudyBlock*>(std::calloc(SELFSTUDY_BLOCKS, sizeof(SelfStudyBlock)));
+    }
+    ASSERT_NE(selfstudy_point, nullptr);
+}
+
+class SelfStudy : public TwinTest {
 protected:
     void SetUp() override {
-        ServiceTest::SetUp();
+        TwinTest::SetUp();
         allocate_store();
         current_multiple = 3.5f;  // row 25
     }
@@ -84,10 +102,10 @@ TEST_F(SelfStudy, ALearnedStepIsFoundAndAnUnlearnedOneIsMinus3000) {
     }
 }
 
-class Plausibility : public ServiceTest {
+class Plausibility : public TwinTest {
 protected:
     void SetUp() override {
-        ServiceTest::SetUp();
+        TwinTest::SetUp();
         // Row 25 rising by 100 per column, so that each column pair is a distinct range.
         for (int c = 0; c < LENS_TABLE_COLUMNS; ++c) TxtToDat[25][c] = 100 * c;
     }
@@ -119,6 +137,208 @@ TEST_F(Plausibility, AStepBetweenTheColumnPairOfTheDistanceIsPlausible) {
         output_,
         "temp_multiple_index:25,and meter_index:6\r\n"
         "Fail to selfstudy,current motor:706 was out of distance:20 range form:605 to 705\r\n");
+}
+
+constexpr uint64_t kThreeSeconds = 3000000000ull;
+
+// An entry placed by the documented offsets of its block, little-endian.
+void learn(std::string& image, int block, int laser, int32_t valid, int32_t motor, int64_t cl,
+           int64_t pd) {
+    auto put = [&](size_t at, auto value) {
+        for (size_t i = 0; i < sizeof value; ++i)
+            image[38400u * block + at + i] =
+                static_cast<char>(static_cast<uint64_t>(value) >> (8 * i));
+    };
+    put(4u * laser, valid);
+    put(6400 + 4u * laser, motor);
+    put(12800 + 8u * laser, cl);
+    put(25600 + 8u * laser, pd);
+}
+
+class SelfStudyFile : public TwinTest {
+protected:
+    std::string store_file() { return board().read_file(SELFSTUDY_FILE).value_or("<none>"); }
+    std::string store_memory() {
+        return std::string(reinterpret_cast<const char*>(selfstudy_point), SELFSTUDY_STORE_BYTES);
+    }
+    // The store allocated with one entry learned, so that it differs from the file.
+    void change_store() {
+        allocate_store();
+        (void)captured([] { update_selfstudy_info_memofy(-6, 300, 1500, 33, 1.0f); });
+    }
+};
+
+TEST_F(SelfStudyFile, WithoutAFileTheStartCreatesAnEmptyOneAndCatchesFatalSignals) {
+    EXPECT_EQ(call(InitGlobalClearinfo), 0);
+    ASSERT_NE(selfstudy_point, nullptr);
+    EXPECT_EQ(store_file(), std::string(SELFSTUDY_STORE_BYTES, '\0'));
+    EXPECT_EQ(output_, "");
+    for (int sig : {SIGINT, SIGSEGV, SIGTERM, SIGFPE}) {
+        struct sigaction action {};
+        sigaction(sig, nullptr, &action);
+        // SIGFPE is not caught, whatever the handler's name says.
+        EXPECT_EQ(action.sa_handler == &SignalFuncFPE, sig != SIGFPE) << sig;
+    }
+
+    SelfStudyBlock* store = std::exchange(selfstudy_point, nullptr);
+    board().write_file(SELFSTUDY_FILE, "old");
+    const uint64_t slept = slept_ns();
+    EXPECT_EQ(call(CreateFreshSelfstudyClearinfo), -1) << "there is no store to write";
+    EXPECT_EQ(output_, "\r\n\r\n\r\nError:create_fresh_selfstudy_clearinfo fail\r\n\r\n\r\n");
+    EXPECT_EQ(slept_ns() - slept, kThreeSeconds);
+    EXPECT_EQ(store_file(), "old");
+    selfstudy_point = store;
+}
+
+TEST_F(SelfStudyFile, TheStartLoadsTheFileByItsLayoutAndPrintsTheLearnedEntries) {
+    std::string image(SELFSTUDY_STORE_BYTES, '\0');
+    learn(image, 0, 5, 1, -1200, 700, -3);
+    learn(image, 174, 1599, 1, 2900, 0x1'0000'0000ll, 12);
+    learn(image, 175, 1, 1, 42, 1, 1);  // a block that is never printed
+    learn(image, 30, 9, 2, 42, 1, 1);   // not learned: valid is not 1
+    board().write_file(SELFSTUDY_FILE, image);
+    const uint64_t slept = slept_ns();
+
+    EXPECT_EQ(call(InitGlobalClearinfo), 0);
+    EXPECT_EQ(output_,
+              "start printf self study info:\r\n"
+              "get selfstudy-info multiple:10,laser5,motor:-1200,cl:700,pd:-3\r\n"
+              "get selfstudy-info multiple:184,laser1599,motor:2900,cl:4294967296,pd:12\r\n"
+              "over printf self study info:\r\n");
+    EXPECT_EQ(slept_ns() - slept, kThreeSeconds);
+    EXPECT_EQ(store_memory(), image);
+    EXPECT_EQ(get_selfstudy_motor(30, 9), SELFSTUDY_NOT_LEARNED);
+    EXPECT_TRUE(recorder().writes_to("./laserclearinfo.tmp").empty()) << "loading writes nothing";
+}
+
+TEST_F(SelfStudyFile, AShortFileLoadsWhatItHasAndAnUnopenableOneNothing) {
+    std::string image(38400, '\0');
+    learn(image, 0, 8, 1, 100, 200, 0);
+    board().write_file(SELFSTUDY_FILE, image);
+    EXPECT_EQ(call(InitGlobalClearinfo), 0);
+    EXPECT_THAT(output_, StartsWith("Warning:the selfstudyinfo file ./laserclearinfo holds 38400 "
+                                    "of 6912000 bytes, the rest starts unlearned\r\n"));
+    EXPECT_EQ(call([] { return get_selfstudy_motor(0, 8); }), 100);
+
+    board().inject({.op = twin::FaultRule::Op::open, .target = SELFSTUDY_FILE});
+    EXPECT_EQ(call(InitGlobalClearinfo), 0);
+    EXPECT_EQ(output_, "");
+    EXPECT_EQ(get_selfstudy_motor(0, 8), SELFSTUDY_NOT_LEARNED);
+    EXPECT_EQ(store_file(), image);
+}
+
+TEST_F(SelfStudyFile, ThePeriodicSaveReplacesTheFileWholeEvenWhenNothingChanged) {
+    allocate_store();
+    board().write_file(SELFSTUDY_FILE, "old");
+    EXPECT_EQ(call(DealWriteSelfStudyInfo2File), 0);
+    EXPECT_EQ(output_, "DealWriteSelfStudyInfo2File update\r\n");
+    EXPECT_EQ(store_file(), store_memory());
+    EXPECT_EQ(recorder().renames(), (std::vector<std::pair<std::string, std::string>>{
+                                        {"./laserclearinfo.tmp", "./laserclearinfo"}}));
+    EXPECT_EQ(selfstudy_info_write_lock, 0) << "the write lock is released";
+}
+
+TEST_F(SelfStudyFile, ASaveInterruptedAfterTheTemporaryFileLeavesTheOldStore) {
+    const std::string old(SELFSTUDY_STORE_BYTES, '\x5A');
+    board().write_file(SELFSTUDY_FILE, old);
+    change_store();
+    for (auto op :
+         {twin::FaultRule::Op::rename, twin::FaultRule::Op::fsync, twin::FaultRule::Op::write}) {
+        SCOPED_TRACE(twin::op_name(op));
+        board().inject({.op = op});
+        EXPECT_EQ(call(DealWriteSelfStudyInfo2File), 0);
+        EXPECT_EQ(output_,
+                  "DealWriteSelfStudyInfo2File update\r\n"
+                  "Error:DealWriteSelfStudyInfo2File,can't save the selfstudyinfo "
+                  "file:./laserclearinfo!\r\n");
+        EXPECT_EQ(store_file(), old);
+        EXPECT_EQ(is_selfstudy_point_update, 1) << "a later save tries again";
+    }
+    EXPECT_EQ(board().open_descriptors(), 0u);
+
+    board().inject({.op = twin::FaultRule::Op::open});
+    EXPECT_EQ(call(DealWriteSelfStudyInfo2File), 0);
+    EXPECT_THAT(output_, HasSubstr("Error:DealWriteSelfStudyInfo2File,can't open the selfstudyinfo "
+                                   "file:./laserclearinfo!\r\n"));
+    EXPECT_EQ(store_file(), old);
+    EXPECT_EQ(is_selfstudy_point_update, 1);
+
+    EXPECT_EQ(call(DealWriteSelfStudyInfo2File), 0);
+    EXPECT_EQ(store_file(), store_memory()) << "the next save goes through";
+    EXPECT_EQ(is_selfstudy_point_update, 0);
+}
+
+TEST_F(SelfStudyFile, TheExitSaveWritesOnlyAChangedStoreAndEndsLearning) {
+    allocate_store();
+    board().write_file(SELFSTUDY_FILE, "old");
+    EXPECT_EQ(call(ExitSaveSelfStudyInfo), 0);
+    EXPECT_EQ(output_, "");
+    EXPECT_EQ(recorder().opens(), std::vector<std::string>{});
+    EXPECT_EQ(is_deal_selfstudy, 1);
+
+    change_store();
+    board().inject({.op = twin::FaultRule::Op::open});
+    EXPECT_EQ(call(ExitSaveSelfStudyInfo), 0);
+    EXPECT_EQ(output_,
+              "before exit do ExitSaveSelfStudyInfo\r\n"
+              "Error:SaveSelfStudyInfo,can't open the selfstudyinfo file:./laserclearinfo!\r\n");
+    EXPECT_EQ(store_file(), "old");
+    EXPECT_EQ(is_selfstudy_point_update, 1) << "a later save tries again";
+
+    EXPECT_EQ(call(ExitSaveSelfStudyInfo), 0);
+    EXPECT_EQ(store_file(), store_memory());
+    EXPECT_EQ(is_selfstudy_point_update, 0);
+    EXPECT_EQ(update_selfstudy_info_memofy(0, 900, 66, 13, 1.0f), -1) << "no learning after it";
+
+    // The stop with nothing left to save (the fatal-signal test below saves a changed store).
+    is_deal_selfstudy = 1;
+    EXPECT_EQ(call(StopSelfStudyDeal), 0);
+    EXPECT_EQ(output_, "Error Capture Start a\r\nError Capture Start b\r\n");
+    EXPECT_EQ(is_deal_selfstudy, 0);
+    EXPECT_EQ(selfstudy_info_write_lock, 0);
+}
+
+// The handler runs in a child process (it ends the process); the child's standard output
+// goes to a file of the sandbox so that the parent can read the messages.
+TEST_F(SelfStudyFile, TheFatalSignalHandlerSavesAChangedStoreAndExitsWithZero) {
+    change_store();
+    const std::string log = board().sandbox_path("/signal.log");
+    EXPECT_EXIT(
+        {
+            ::dup2(::open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), STDOUT_FILENO);
+            SignalFuncFPE(SIGTERM);
+        },
+        ::testing::ExitedWithCode(0), "");
+    EXPECT_EQ(board().read_file("/signal.log"),
+              "\r\nError Capture Start!\r\n"
+              "AF Module unexception arrival:15!\r\n"
+              "Error Capture Start a\r\n"
+              "before exit do ExitSaveSelfStudyInfo\r\n"
+              "Error Capture Start b\r\n"
+              "Error Capture Over!\r\n");
+    EXPECT_EQ(store_file(), store_memory());
+}
+
+// Learning on the loop's thread while the application saves: no entry is torn and nothing
+// races (the ThreadSanitizer build runs this too).
+TEST_F(SelfStudyFile, LearningWhileSavingDoesNotRace) {
+    allocate_store();
+    current_multiple = 1.0f;
+    std::atomic<bool> stop{false};
+    (void)captured([&] {
+        std::thread loop([&] {
+            for (int laser = 0; !stop.load() || laser < 50; laser = (laser + 1) % 1500) {
+                update_selfstudy_info_memofy(-laser, 200 + laser, 1000u + laser, laser + 5, 1.0f);
+                get_selfstudy_motor(0, laser + 5);
+                if (stop.load() && laser == 49) break;
+            }
+        });
+        for (int i = 0; i < 3; ++i) DealWriteSelfStudyInfo2File();
+        stop = true;
+        loop.join();
+    });
+    EXPECT_EQ(call(DealWriteSelfStudyInfo2File), 0);
+    EXPECT_EQ(store_file(), store_memory());
 }
 
 }  // namespace

@@ -19,9 +19,9 @@ std::string captured(F&& f) {
     return testing::internal::GetCapturedStdout();
 }
 
-// How many times part occurs in text (overlapping occurrences included).
-inline int occurrences(const std::string& text, const std::string& part) {
-    int n = 0;
+// How many times part occurs in text.
+inline size_t occurrences(const std::string& text, const std::string& part) {
+    size_t n = 0;
     for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1)) ++n;
     return n;
 }

@@ -14,9 +14,9 @@
 #include <sstream>
 #include <string>
 
+#include "channels/channel_layout.hpp"
 #include "gmock/gmock.h"
 #include "gtest/gtest.h"
-#include "ipc/channel_layout.hpp"
 #include "ipc/key_offset_platform.hpp"
 #include "zoomaf/assist_info.h"
 
@@ -43,9 +43,9 @@ protected:
     void TearDown() override {
         ::unsetenv("ZOOMAF_SHM_KEY_OFFSET");
         for (int memmode = VREL_MEMMODE_MIN; memmode <= VREL_MEMMODE_MAX; ++memmode) {
-            const int shm = ::shmget(kernel_key(ipc::shm_key(memmode)), 0, 0);
+            const int shm = ::shmget(kernel_key(channels::shm_key(memmode)), 0, 0);
             if (shm >= 0) ::shmctl(shm, IPC_RMID, nullptr);
-            const int sem = ::semget(kernel_key(ipc::sem_key(memmode)), 0, 0);
+            const int sem = ::semget(kernel_key(channels::sem_key(memmode)), 0, 0);
             if (sem >= 0) ::semctl(sem, 0, IPC_RMID);
         }
     }
@@ -100,16 +100,15 @@ TEST_F(ShmTool, LaserDistanceReachesTheServiceAndTheDumpShowsItsConsumption) {
     EXPECT_THAT(tool("dump 12").out, HasSubstr("laser distance: 65535 (no echo)\n"));
 }
 
-TEST_F(ShmTool, AreaPointAndFocusValuesRoundTrip) {
+TEST_F(ShmTool, AreaPointAndFocusValuesRoundTripAndALargeDumpIsCut) {
     ASSERT_EQ(tool("point 100 -200").status, 0);
     EXPECT_THAT(tool("dump 19").out, HasSubstr("00000000: 64 00 00 00 38 ff ff ff\n"
                                                "area focus point: x 100, y -200\n"));
 
     ASSERT_EQ(tool("fv 9223372036854775807 -1").status, 0);
     EXPECT_THAT(tool("dump 30").out, HasSubstr("focus values: fv1 9223372036854775807, fv2 -1\n"));
-}
 
-TEST_F(ShmTool, DumpOfALargeChannelShowsItsBeginning) {
+    // A large channel shows its beginning.
     const ToolRun dump = tool("dump 2");
     ASSERT_EQ(dump.status, 0) << dump.err;
     EXPECT_THAT(dump.out, HasSubstr("payload 491520 bytes\n"));
@@ -135,7 +134,7 @@ TEST_F(ShmTool, BadArgumentsGetOneLineAndStatusTwoAndTouchNothing) {
     EXPECT_EQ(bad_env.status, 2);
     EXPECT_THAT(bad_env.err, HasSubstr("ZOOMAF_SHM_KEY_OFFSET"));
     for (int memmode : {2, 12, 19, 30}) {
-        EXPECT_EQ(::shmget(kernel_key(ipc::shm_key(memmode)), 0, 0), -1);
+        EXPECT_EQ(::shmget(kernel_key(channels::shm_key(memmode)), 0, 0), -1);
     }
 }
 
@@ -145,7 +144,7 @@ TEST_F(ShmTool, HelpAndSystemFailures) {
     EXPECT_THAT(help.out, HasSubstr("usage: zoomaf-shm [--key-offset N] COMMAND"));
 
     // Another program holds key 0x1A2C with a segment too small for the laser channel.
-    ASSERT_GE(::shmget(kernel_key(ipc::shm_key(VREL_LASER_CHANNEL)), 4, IPC_CREAT | 0600), 0);
+    ASSERT_GE(::shmget(kernel_key(channels::shm_key(VREL_LASER_CHANNEL)), 4, IPC_CREAT | 0600), 0);
     const ToolRun run = tool("laser 5");
     EXPECT_EQ(run.status, 1);
     EXPECT_EQ(run.err, "zoomaf-shm: channel 12 cannot be opened\n");

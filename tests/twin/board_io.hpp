@@ -1,5 +1,5 @@
-// Service-style access to a twin board for the tests: every helper goes through the
-// Platform methods with the kernel's own requests and structures, as the motor driver does.
+// Service-style access to a twin board for the twin's own tests: every helper goes through
+// the Platform methods with the kernel's own requests and structures, as the driver does.
 #pragma once
 
 #include <fcntl.h>
@@ -9,12 +9,11 @@
 #include <sys/ioctl.h>
 
 #include <cerrno>
-#include <cstdint>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "twin/board.hpp"
+#include "twin/module/board.hpp"
 
 namespace zoomaf::twin::test {
 
@@ -40,12 +39,10 @@ long with_fd(Platform& p, const std::string& path, int flags, F f) {
     errno = saved;
     return result;
 }
-
 inline ssize_t write_path(Platform& p, const std::string& path, std::string_view bytes) {
     return with_fd(p, path, O_WRONLY,
                    [&](int fd) { return p.write(fd, bytes.data(), bytes.size()); });
 }
-
 // Up to 64 bytes of the file; "<error>" when open or read failed (errno kept).
 inline std::string read_path(Platform& p, const std::string& path) {
     char buf[64];
@@ -56,29 +53,26 @@ inline std::string read_path(Platform& p, const std::string& path) {
 inline std::string gpio_file(int line, const char* file) {
     return "/sys/class/gpio/gpio" + std::to_string(line) + "/" + file;
 }
-
 // Exports a line the way the driver does: three bytes of a zero-terminated number.
 inline ssize_t export_line(Platform& p, int line) {
     std::string text = std::to_string(line);
     text.resize(3);  // "26" gets its zero, "120" has none
     return write_path(p, "/sys/class/gpio/export", text);
 }
-
 inline void make_output(Platform& p, int line) {
     export_line(p, line);
     write_path(p, gpio_file(line, "direction"), "out");
 }
-
 inline ssize_t set_value(Platform& p, int line, int level) {
     return write_path(p, gpio_file(line, "value"), level == 1 ? "1" : "0");
 }
 
+// One SPI_IOC_MESSAGE(1) with a real spi_ioc_transfer: the ioctl's result and the bytes
+// received (0xEE where nothing came).
 struct Transfer {
     int result;
     std::vector<uint8_t> rx;
 };
-
-// One SPI_IOC_MESSAGE(1) with a real spi_ioc_transfer.
 inline Transfer transfer(Platform& p, int fd, std::vector<uint8_t> tx) {
     Transfer out{0, std::vector<uint8_t>(tx.size(), 0xEE)};
     spi_ioc_transfer t{};
@@ -88,16 +82,13 @@ inline Transfer transfer(Platform& p, int fd, std::vector<uint8_t> tx) {
     out.result = p.ioctl(fd, SPI_IOC_MESSAGE(1), &t);
     return out;
 }
-
 // A register frame inside chip select, as the motor driver sends it (CS must be an output).
 inline Transfer chip_frame(Platform& p, int fd, uint8_t addr, uint16_t value) {
     set_value(p, Board::kChipSelectGpio, 1);
-    Transfer t = transfer(
-        p, fd, {addr, static_cast<uint8_t>(value & 0xFF), static_cast<uint8_t>(value >> 8)});
+    Transfer t = transfer(p, fd, {addr, uint8_t(value & 0xFF), uint8_t(value >> 8)});
     set_value(p, Board::kChipSelectGpio, 0);
     return t;
 }
-
 inline uint16_t chip_read(Platform& p, int fd, uint8_t addr) {
     const Transfer t = chip_frame(p, fd, static_cast<uint8_t>(addr + 0x40), 0);
     return static_cast<uint16_t>(t.rx[1] | (t.rx[2] << 8));
@@ -121,49 +112,53 @@ struct Rig {
     int spi = -1;
 };
 
-// The kinds of all the faults the board's hardware recorded, in time order.
-inline std::vector<FaultKind> fault_kinds(const Board& board) {
+// The control faces the tests read most, and the kinds of the recorded faults in order.
+inline std::vector<FaultKind> fault_kinds(const Kernel& board) {
     std::vector<FaultKind> kinds;
     for (const auto& fault : board.faults()) kinds.push_back(fault.kind);
     return kinds;
 }
-
-// One I2C_RDWR with the kernel's own structures; the ioctl's result, errno kept.
-inline int i2c_rdwr(Platform& p, int fd, std::vector<i2c_msg>& messages) {
-    i2c_rdwr_ioctl_data data{messages.data(), static_cast<uint32_t>(messages.size())};
-    return p.ioctl(fd, I2C_RDWR, &data);
+inline std::vector<GpioEdge> edges(Kernel& board, int line) {
+    return board.with<GpioBank>([&](const GpioBank& g) { return g.edges(line); });
+}
+inline int position(Board& board, Motor motor) {
+    return board.with<LensMotor>(motor, [](const LensMotor& m) { return m.position(); });
+}
+inline uint16_t chip_reg(Board& board, int addr) {
+    return board.with<DriverChip>([&](const DriverChip& c) { return c.reg(addr); });
+}
+inline std::vector<I2cTransferRecord> transfers(Kernel& board, int bus) {
+    return board.with<I2cBus>(bus, [](const I2cBus& b) { return b.transfers(); });
 }
 
+// One I2C_RDWR on /dev/i2c-<bus> with the kernel's own structures; the ioctl's result.
 inline int i2c_rdwr_on(Platform& p, int bus, std::vector<i2c_msg>& messages) {
+    i2c_rdwr_ioctl_data data{messages.data(), static_cast<uint32_t>(messages.size())};
     return static_cast<int>(with_fd(p, "/dev/i2c-" + std::to_string(bus), O_RDWR,
-                                    [&](int fd) { return i2c_rdwr(p, fd, messages); }));
+                                    [&](int fd) { return p.ioctl(fd, I2C_RDWR, &data); }));
 }
-
+// A read at a 16-bit register address as the service sends it: a 2-byte address write (high
+// byte first) and an n-byte read in one transfer. The data starts as 0xEE so that bytes the
+// transfer did not fill show.
 struct I2cRead {
     int result;
     std::vector<uint8_t> data;
     int error = 0;  // errno of a failed transfer
 };
-
-// A read at a 16-bit register address as the service sends it: open the bus, one transfer
-// of a 2-byte address write (high byte first) and an n-byte read, close. The data starts
-// as 0xEE so that bytes the transfer did not fill show.
 inline I2cRead read_reg16(Platform& p, int bus, uint16_t device, uint16_t addr, size_t n = 1) {
     I2cRead out{-1, std::vector<uint8_t>(n, 0xEE)};
-    uint8_t address[2] = {static_cast<uint8_t>(addr >> 8), static_cast<uint8_t>(addr & 0xFF)};
+    uint8_t address[2] = {uint8_t(addr >> 8), uint8_t(addr & 0xFF)};
     std::vector<i2c_msg> messages{{device, 0, 2, address},
-                                  {device, I2C_M_RD, static_cast<uint16_t>(n), out.data.data()}};
+                                  {device, I2C_M_RD, uint16_t(n), out.data.data()}};
     out.result = i2c_rdwr_on(p, bus, messages);
     out.error = error_of(out.result);
     return out;
 }
-
 // A write at a 16-bit register address: one message of the address and the values.
 inline int write_reg16(Platform& p, int bus, uint16_t device, uint16_t addr,
                        std::vector<uint8_t> values) {
-    values.insert(values.begin(),
-                  {static_cast<uint8_t>(addr >> 8), static_cast<uint8_t>(addr & 0xFF)});
-    std::vector<i2c_msg> messages{{device, 0, static_cast<uint16_t>(values.size()), values.data()}};
+    values.insert(values.begin(), {uint8_t(addr >> 8), uint8_t(addr & 0xFF)});
+    std::vector<i2c_msg> messages{{device, 0, uint16_t(values.size()), values.data()}};
     return i2c_rdwr_on(p, bus, messages);
 }
 

@@ -1,14 +1,13 @@
 // The board clock: virtual time driven by sleeps, and real-time mode for the bench.
-#include <sys/prctl.h>
-
 #include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <fstream>
 #include <thread>
+#include <vector>
 
 #include "gtest/gtest.h"
-#include "twin/board.hpp"
+#include "twin/kernel/kernel.hpp"
 
 #if __has_include(<valgrind/valgrind.h>)
 #include <valgrind/valgrind.h>
@@ -37,19 +36,22 @@ uint64_t cpu_wait_ns() {
     return stat ? waiting : 0;
 }
 
-uint64_t real_ns() {
-    return static_cast<uint64_t>(std::chrono::duration_cast<std::chrono::nanoseconds>(
-                                     std::chrono::steady_clock::now().time_since_epoch())
-                                     .count());
+constexpr auto real_ns = &Clock::real_monotonic_ns;
+
+uint64_t slept_ns(Kernel& board) {
+    return board.with<Clock>([](const Clock& c) { return c.slept_ns(); });
+}
+uint64_t sleep_calls(Kernel& board) {
+    return board.with<Clock>([](const Clock& c) { return c.sleep_calls(); });
 }
 
-uint64_t wall_us(Board& board) {
+uint64_t wall_us(Kernel& board) {
     const timeval tv = board.wall();
     return static_cast<uint64_t>(tv.tv_sec) * 1'000'000ull + static_cast<uint64_t>(tv.tv_usec);
 }
 
 TEST(VirtualClock, SleepsOnlyAdvanceTheClockAndTheWallEpochIsSeeded) {
-    Board board(BoardConfig{.seed = 3});
+    Kernel board(KernelConfig{.seed = 3});
     EXPECT_EQ(board.now_ns(), 1000'000'000'000ull) << "monotonic starts at 1000 s";
     const uint64_t wall_start = wall_us(board), real_start = real_ns();
     EXPECT_EQ(board.sleep_ns(3'000'000'000ull), 0);  // three seconds, not really slept
@@ -58,39 +60,34 @@ TEST(VirtualClock, SleepsOnlyAdvanceTheClockAndTheWallEpochIsSeeded) {
     const timespec now = board.monotonic();
     EXPECT_TRUE(now.tv_sec == 1003 && now.tv_nsec == 1'500) << now.tv_sec << " " << now.tv_nsec;
     EXPECT_EQ(wall_us(board) - wall_start, 3'000'001u);
-    EXPECT_EQ(board.slept_ns(), 3'000'001'500ull);
+    EXPECT_EQ(slept_ns(board), 3'000'001'500ull);
     board.advance_ns(500);
     EXPECT_EQ(board.now_ns(), 1003'000'002'000ull);
-    EXPECT_EQ(board.sleep_calls(), 2u) << "advancing is not a sleep";
+    EXPECT_EQ(sleep_calls(board), 2u) << "advancing is not a sleep";
 
-    Board same(BoardConfig{.seed = 3}), other(BoardConfig{.seed = 4});
+    Kernel same(KernelConfig{.seed = 3}), other(KernelConfig{.seed = 4});
     EXPECT_EQ(wall_us(same), wall_start);
     EXPECT_NE(wall_us(other), wall_start);
     EXPECT_GE(other.wall().tv_sec, 1704067200) << "a plausible date: 2024 or later";
-}
-
-TEST(VirtualClock, SleepsFromManyThreadsAllAddUp) {
-    Board board;
-    const uint64_t start = board.now_ns();
+    // Sleeps from many threads all add up.
     std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t) {
-        threads.emplace_back([&board] {
-            for (int i = 0; i < 1000; ++i) board.sleep_ns(1000);
+    for (int t = 0; t < 4; ++t)
+        threads.emplace_back([&same] {
+            for (int i = 0; i < 1000; ++i) same.sleep_ns(1000);
         });
-    }
     for (auto& thread : threads) thread.join();
-    EXPECT_EQ(board.now_ns() - start, 4'000'000u);
-    EXPECT_EQ(board.sleep_calls(), 4000u);
+    EXPECT_EQ(same.now_ns() - 1000'000'000'000ull, 4'000'000u);
+    EXPECT_EQ(sleep_calls(same), 4000u);
 }
 
-TEST(RealTimeClock, ASleepTakesItsRealTimeDividedByTheSpeedAndTheClockFollows) {
+TEST(RealTimeClock, ASleepTakesItsRealTimeDividedByTheSpeedAndModesSwitchContinuously) {
     const struct {
         double speed;
         uint64_t request_ns;
     } cases[] = {{1.0, 2'000'000}, {10.0, 40'000'000}};  // 2 ms and 4 ms of real time
     for (const auto& c : cases) {
         SCOPED_TRACE(c.speed);
-        Board board;
+        Kernel board;
         board.set_real_time(c.speed);
         const uint64_t real_request = static_cast<uint64_t>(c.request_ns / c.speed);
         const uint64_t virtual_start = board.now_ns(), real_start = real_ns();
@@ -101,15 +98,13 @@ TEST(RealTimeClock, ASleepTakesItsRealTimeDividedByTheSpeedAndTheClockFollows) {
         EXPECT_LT(real_elapsed, real_request + 10'000'000u) << "room for a loaded machine";
         EXPECT_GE(virtual_elapsed, c.request_ns);
         EXPECT_LE(virtual_elapsed, static_cast<uint64_t>(real_elapsed * c.speed) + 1'000'000u);
-        EXPECT_EQ(board.slept_ns(), c.request_ns);
+        EXPECT_EQ(slept_ns(board), c.request_ns);
     }
-    Board board;
+    Kernel board;
     EXPECT_THROW(board.set_real_time(0.0), std::invalid_argument);
     EXPECT_THROW(board.set_real_time(-2.0), std::invalid_argument);
-}
 
-TEST(RealTimeClock, SwitchingModesKeepsTheClockContinuous) {
-    Board board;
+    // Switching modes keeps the clock continuous.
     board.sleep_ns(5'000'000'000ull);
     const uint64_t before = board.now_ns();
     board.set_real_time(1.0);
@@ -123,24 +118,8 @@ TEST(RealTimeClock, SwitchingModesKeepsTheClockContinuous) {
     EXPECT_EQ(board.now_ns(), frozen) << "virtual time stands still between sleeps";
 }
 
-TEST(RealTimeClock, SleepingThreadsGetATightTimerSlack) {
-    Board board;
-    auto slack_after_a_sleep = [&board] {
-        int slack = -1;
-        std::thread([&] {
-            ::prctl(PR_SET_TIMERSLACK, 50'000, 0, 0, 0);  // the usual default
-            board.sleep_ns(1000);
-            slack = ::prctl(PR_GET_TIMERSLACK, 0, 0, 0, 0);
-        }).join();
-        return slack;
-    };
-    EXPECT_EQ(slack_after_a_sleep(), 50'000) << "virtual sleeps leave the thread alone";
-    board.set_real_time(1.0);
-    EXPECT_EQ(slack_after_a_sleep(), 1);
-}
-
 TEST(PreciseSleeps, EndCloseToTheirDeadline) {
-    Board board;
+    Kernel board;
     board.set_real_time(1.0);
     // Shorter than the spin guard, around it, and one VD period of the run engine.
     std::vector<uint64_t> requests;
@@ -173,33 +152,6 @@ TEST(PreciseSleeps, EndCloseToTheirDeadline) {
     if (round_means.empty()) GTEST_SKIP() << "the machine kept this thread off the CPU too often";
     EXPECT_LT(*std::min_element(round_means.begin(), round_means.end()), 20'000.0)
         << "mean overshoot in ns of each round: " << ::testing::PrintToString(round_means);
-}
-
-TEST(PreciseSleeps, OfSeveralThreadsRunTogetherOnAContinuousClock) {
-    Board board;
-    board.set_real_time(1.0);
-    constexpr int kThreads = 4, kSleeps = 10;
-    constexpr uint64_t kSleepNs = 2'000'000;
-    std::atomic<int> early{0}, backwards{0};
-    const uint64_t start = real_ns();
-    std::vector<std::thread> threads;
-    for (int t = 0; t < kThreads; ++t) {
-        threads.emplace_back([&] {
-            uint64_t last_virtual = board.now_ns();
-            for (int i = 0; i < kSleeps; ++i) {
-                const uint64_t before = real_ns();
-                board.sleep_ns(kSleepNs);
-                if (real_ns() - before < kSleepNs) ++early;
-                if (board.now_ns() < last_virtual + kSleepNs) ++backwards;
-                last_virtual = board.now_ns();
-            }
-        });
-    }
-    for (auto& thread : threads) thread.join();
-    EXPECT_EQ(early.load(), 0);
-    EXPECT_EQ(backwards.load(), 0) << "each sleep moves the board clock on by its length";
-    EXPECT_EQ(board.slept_ns(), kThreads * kSleeps * kSleepNs);
-    EXPECT_LT(real_ns() - start, 3 * kSleeps * kSleepNs) << "side by side, not in turn";
 }
 
 }  // namespace

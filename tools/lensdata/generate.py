@@ -3,19 +3,23 @@
 
 Builds, from one model of the lens, every piece of lens data the system ships:
 
-  motor/tracking_tables.cpp          the zoom-focus tracking tables of the 4.71 mm and
-                                     4.49 mm lens (rows by zoom multiple x 10)
-  twin/lens_model_data.cpp           the knots of the model, for the twin's true lens
-  data/zy_240408_tvk_update.csv      the default lens table (170 rows by zoom multiple,
-                                     107 columns by subject distance)
-  twin/pd_conversion_data.cpp        the sensor's true PD conversion and the module's
-                                     calibrated DCC values, for the twin's sensor
-  data/0416_-1930_-1960              the default DCC file: the 48 calibrated DCC values,
-                                     big-endian 16-bit, knot by knot (96 bytes)
+  motor/tracking_tables.cpp           the zoom-focus tracking tables of the 4.71 mm and
+                                      4.49 mm lens (rows by zoom multiple x 10)
+  twin/module/lens_model_data.cpp     the knots of the model, for the twin's true lens
+  data/zy_240408_tvk_update.csv       the default lens table (170 rows by zoom multiple,
+                                      107 columns by subject distance)
+  twin/module/pd_conversion_data.cpp  the sensor's true PD conversion and the module's
+                                      calibrated DCC values, for the twin's sensor
+  data/0416_-1930_-1960               the default DCC file: the 48 calibrated DCC values,
+                                      big-endian 16-bit, knot by knot (96 bytes)
 
 Run it by hand after changing the model; the build does not run it. `--check` writes
 everything into a temporary directory and compares it with the committed files (exit 1
 on any difference), so a test guards that the committed data is what this script makes.
+Every run also checks the data it makes (check_* below: the published rows kept exactly,
+rows monotone and inside the motors' ranges, the lens table's end rows and its agreement
+with the tracking table, the DCC values' range, error and smoothness) and fails on a
+violation, so the committed data holds those properties too.
 
 The model
 ---------
@@ -114,9 +118,9 @@ CSV_LENS = "449"
 
 GENERATOR = "tools/lensdata/generate.py"
 TRACKING_TABLES = "motor/tracking_tables.cpp"
-LENS_MODEL_DATA = "twin/lens_model_data.cpp"
+LENS_MODEL_DATA = "twin/module/lens_model_data.cpp"
 LENS_TABLE_CSV = "data/zy_240408_tvk_update.csv"
-PD_CONVERSION_DATA = "twin/pd_conversion_data.cpp"
+PD_CONVERSION_DATA = "twin/module/pd_conversion_data.cpp"
 DCC_FILE = "data/0416_-1930_-1960"
 
 DCC_KNOTS_X = [264 + 496 * i for i in range(8)]
@@ -137,7 +141,7 @@ class Pchip:
 
     Knot slopes by Fritsch-Carlson (weighted harmonic mean inside, the shape-preserving
     three-point formula at the ends). Outside the knots: the secant of the end interval.
-    twin/lens_model.cpp evaluates the same curve; keep the two in step."""
+    twin/module/lens_model.cpp evaluates the same curve; keep the two in step."""
 
     def __init__(self, xs, ys):
         if len(xs) != len(ys) or len(xs) < 3:
@@ -272,7 +276,8 @@ def check_tracking_rows(rows):
             raise ValueError(f"row {below[0]} does not fall from row {above[0]}")
 
 
-def check_lens_table(table):
+def check_lens_table(table, tracking):
+    """The lens table against its own rules and the tracking table it is made from."""
     if len(table) != CSV_ROWS or any(len(row) != 107 for row in table):
         raise ValueError("the lens table must be 170 rows of 107 values")
     for r, row in enumerate(table):
@@ -284,6 +289,17 @@ def check_lens_table(table):
     for r in range(1, CSV_ROWS):
         if any(b > a for a, b in zip(table[r - 1][1:], table[r][1:])):
             raise ValueError(f"lens table row {r} rises with the multiple")
+    # Multiples outside the lens repeat its end rows; at the tracking table's distances
+    # (columns 10, 15, 20, 30, 50, 100 m) the values are the table's own.
+    first, last = tracking[0][0], tracking[-1][0]
+    for r, row in enumerate(table):
+        end = table[min(max(r + 10, first), last) - 10]
+        if row[1:] != end[1:]:
+            raise ValueError(f"lens table row {r} is not its lens row")
+    for key, _efl, _zoom, *focus in tracking:
+        for distance, step in zip(COLUMN_DISTANCES_M, focus):
+            if table[key - 10][int(distance)] != step:
+                raise ValueError(f"lens table disagrees with the tracking table at key {key}")
 
 
 def dcc_knots():
@@ -300,11 +316,18 @@ def dcc_knots():
 
 
 def check_dcc_knots(knots):
+    """The calibrated values lie in the DCC file's range, within a few per cent of the truth
+    but not the truth itself, and vary smoothly over the grid (row neighbours within 10)."""
     if len(knots) != 48:
         raise ValueError("the DCC grid has 48 knots")
     for stored, true in knots:
         if not 1930 <= stored <= 1960 or abs(true / stored - 1.0) > 0.03:
             raise ValueError(f"DCC knot out of its range: {stored}, {true}")
+        if stored == round_half_up(true):
+            raise ValueError(f"DCC knot {stored} is the truth itself, not a calibration")
+    for k in range(48):
+        if k % 8 != 7 and abs(knots[k][0] - knots[k + 1][0]) > 10:
+            raise ValueError(f"DCC knots {k} and {k + 1} differ by more than 10")
 
 
 HEADER_NOTE = "Generated by " + GENERATOR + " from the lens model: do not edit by hand."
@@ -347,7 +370,7 @@ def render_lens_model_data(model):
         f"// {HEADER_NOTE}",
         "// The knots of the twin's true lens: the published tracking-table rows of both lenses,",
         "// by zoom position, and the physical subject distance of each focus column.",
-        '#include "twin/lens_model.hpp"',
+        '#include "twin/module/lens_model.hpp"',
         "",
         "namespace zoomaf::twin {",
         "",
@@ -379,7 +402,7 @@ def render_pd_conversion_data(knots):
         f"// {HEADER_NOTE}",
         "// The twin sensor's true PD conversion and the module's calibrated DCC values, knot by",
         "// knot (8 columns by 6 rows, row by row).",
-        '#include "twin/pd_conversion.hpp"',
+        '#include "twin/module/pd_conversion.hpp"',
         "",
         "namespace zoomaf::twin {",
         "",
@@ -418,7 +441,7 @@ def generate(root):
             raise ValueError("too many rows for the table")
         check_tracking_rows(rows)
     table = lens_table(model, tables[CSV_LENS])
-    check_lens_table(table)
+    check_lens_table(table, tables[CSV_LENS])
     knots = dcc_knots()
     check_dcc_knots(knots)
     files = {

@@ -1,0 +1,283 @@
+// The PDAF window layouts and the PD output switch as the twin's IMX586 receives them, and
+// the sensor as the readouts will meet it: PD and CL set through the control face read back
+// through the register block as a frame encodes them, the group hold, the PD readout hold,
+// and the misuse the sensor and the voice-coil driver record.
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <linux/i2c-dev.h>
+#include <linux/i2c.h>
+#include <cstring>
+
+#include "tests/support/twin_test.hpp"
+#include "zoomaf/imx586.h"
+
+namespace zoomaf::test {
+namespace {
+
+using ::testing::ElementsAreArray;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+class WindowLayouts : public TwinTest {
+protected:
+    // Start and end of window k as the sensor holds them; -1 when the window is disabled.
+    std::array<int, 4> window(int k) {
+        const auto w = with<twin::Imx586>([&](auto& s) { return s.window(k); });
+        if (!w.enabled) return {-1, -1, -1, -1};
+        return {w.x_start, w.y_start, w.x_end, w.y_end};
+    }
+};
+
+TEST_F(WindowLayouts, FreeAreaWritesModeEnableAndWindowZeroInOrderAndThePdOutputSwitchItsRegister) {
+    EXPECT_EQ(call([] { return set_pdaf_windows_free_area(100, 200, 666, 500); }), 0);
+    const std::vector<std::pair<uint16_t, uint8_t>> expected = {
+        {0x38A3, 2},    {0x38AC, 1},    {0x38B4, 0x00}, {0x38B5, 0x64}, {0x38B6, 0x00},
+        {0x38B7, 0xC8}, {0x38B8, 0x02}, {0x38B9, 0xFE}, {0x38BA, 0x02}, {0x38BB, 0xBC}};
+    EXPECT_THAT(sensor_writes(), ElementsAreArray(expected));
+    EXPECT_THAT(output_, StartsWith("\r\n\r\nsleep 5s PDAF SWITCH CHENTER AREA:xstart:100,ystart:"
+                                    "200,width:666,height:500\r\n\r\n0x38A3 value:0x2\r\n0x38AC "
+                                    "value:0x1"));
+    EXPECT_THAT(output_,
+                HasSubstr("\r\nread windows addr:0x38bb,value:0xbc,source write value:0xbc"));
+    EXPECT_THAT(output_, ::testing::EndsWith("\r\n"));
+    const uint8_t area[8] = {0x00, 0x64, 0x00, 0xC8, 0x02, 0xFE, 0x02, 0xBC};
+    EXPECT_EQ(std::memcmp(focus_area, area, 8), 0);
+    EXPECT_EQ(window(1)[0], -1) << "the other enables keep their values";
+
+    EXPECT_EQ(call([] { return switch_pd_output(1); }), 0);
+    EXPECT_EQ(sensor_reg(0x3E37), 1);
+    EXPECT_EQ(output_, "\r\npd output addr:0x3e37,value:0x1\r\n");
+}
+
+TEST_F(WindowLayouts, FreeAreaStartIsClampedOneShortOfTheEdgeAndABadSizeIsRefused) {
+    const struct {
+        int x, y, w, h;
+        std::array<int, 4> window;
+    } cases[] = {
+        {3500, 2600, 666, 500, {3332, 2498, 3998, 2998}},
+        {-20, -1, 3999, 2999, {0, 0, 3999, 2999}},
+        {3333, 2499, 666, 500, {3333, 2499, 3999, 2999}},  // exactly at the limit: kept
+    };
+    for (const auto& c : cases) {
+        EXPECT_EQ(call([&] { return set_pdaf_windows_free_area(c.x, c.y, c.w, c.h); }), 0);
+        EXPECT_EQ(window(0), c.window) << c.x << "," << c.y;
+    }
+    EXPECT_THAT(output_, HasSubstr("AREA:xstart:3333,ystart:2499,width:666,height:500\r\n"));
+    const size_t writes = sensor_writes().size();
+    for (auto [w, h] : {std::pair{4000, 500}, {666, 3000}, {-1, 500}, {666, -1}}) {
+        EXPECT_EQ(call([&] { return set_pdaf_windows_free_area(100, 200, w, h); }), -1);
+        EXPECT_EQ(output_, "error para error!\r\n");
+    }
+    EXPECT_EQ(sensor_writes().size(), writes) << "nothing written";
+}
+
+TEST_F(WindowLayouts, CentreLayoutIsTheSameForEveryRatio) {
+    call([] { return set_pdaf_windows_center_area(0); });
+    const auto first = sensor_writes();
+    const std::string first_output = output_;
+    ASSERT_EQ(first.size(), 9u + 64u) << "mode, eight enables, eight windows of eight bytes";
+    for (int ratio = 1; ratio <= 4; ++ratio) {
+        call([&] { return set_pdaf_windows_center_area(ratio); });
+        const auto all = sensor_writes();
+        EXPECT_EQ(std::vector(all.end() - 73, all.end()), first) << ratio;
+        EXPECT_EQ(output_, first_output);
+    }
+    EXPECT_EQ(window(0), (std::array{1500, 1000, 2166, 1500}));
+    EXPECT_EQ(window(3), (std::array{1833, 1000, 2499, 1500}));
+    EXPECT_EQ(window(6), (std::array{1334, 1250, 2000, 1750}));
+    EXPECT_EQ(window(7), (std::array{2000, 1250, 2666, 1750}));
+    EXPECT_EQ(sensor_reg(0x38A3), 2);
+
+    EXPECT_THAT(first_output, StartsWith("PDAF SWITCH CHENTER AREA:\r\n\r\n0x38A3 value:0x2"));
+    EXPECT_EQ(occurrences(first_output, "\r\n0x38AC value:0x1"), 4u);
+    EXPECT_EQ(occurrences(first_output, "\r\n0x38B0 value:0x1"), 4u);
+    // The set-window line comes before windows 1..7 and prints the space's size.
+    EXPECT_EQ(occurrences(first_output, "set window xstar:"), 7u);
+    EXPECT_THAT(first_output,
+                HasSubstr("set window xstar:1500,ystart:1250,width:4000,height:3000\r\n"));
+    EXPECT_EQ(first_output.find("set window xstar:1500,ystart:1000"), std::string::npos);
+    EXPECT_EQ(occurrences(first_output, "\r\nread windows addr:"), 64u);
+}
+
+TEST_F(WindowLayouts, SixWindowsAroundAPointKeepWindowsSixAndSevenAndWrapTo13Bits) {
+    call([] { return set_pdaf_windows_center_area(2); });
+    call([] { return set_pdaf_area_windows_by_center_coordinate(2000, 1500); });
+    const std::array<int, 4> expected[8] = {{1585, 1168, 2251, 1668}, {1585, 1251, 2251, 1751},
+                                            {1585, 1334, 2251, 1834}, {1751, 1168, 2417, 1668},
+                                            {1751, 1251, 2417, 1751}, {1751, 1334, 2417, 1834},
+                                            {1334, 1250, 2000, 1750}, {2000, 1250, 2666, 1750}};
+    for (int k = 0; k < 8; ++k) EXPECT_EQ(window(k), expected[k]) << k;
+    EXPECT_EQ(occurrences(output_, "set window xstar:"), 5u);
+    EXPECT_THAT(output_, HasSubstr("set window xstar:1585,ystart:1251,width:4000,height:3000\r\n"));
+
+    // The centre is neither checked nor clamped: 100 - 415 = -315 is written as its low 13
+    // bits 0x1EC5; the end 351 stays.
+    call([] { return set_pdaf_area_windows_by_center_coordinate(100, 100); });
+    EXPECT_EQ(window(0), (std::array{0x1EC5, 0x2000 - 232, 351, 268}));
+    EXPECT_EQ(window(5), (std::array{0x2000 - 149, 0x2000 - 66, 517, 434}));
+    EXPECT_EQ(std::pair(focus_area[0], focus_area[1]), std::pair(uint8_t{0x1F}, uint8_t{0x6B}))
+        << "the last window written: -149 is 0x1F6B";
+    // An extreme centre wraps as well instead of overflowing.
+    call([] { return set_pdaf_area_windows_by_center_coordinate(INT32_MAX, INT32_MIN); });
+    EXPECT_EQ(window(0)[0], (INT32_MAX - 415) & 0x1FFF);
+}
+
+using PdCl = std::pair<int64_t, int64_t>;
+
+// The service's decoding of one window's three bytes.
+PdCl decode_pd_cl(uint8_t b0, uint8_t b1, uint8_t b2) {
+    const int64_t cl = (b0 << 3) | (b1 >> 5);
+    const int64_t v = (((b1 << 6) & 0x7C0) | (b2 >> 2)) - 1;
+    return {(v >> 4) >= 64 ? v - 2046 : v, cl};
+}
+
+class TwinSensor : public TwinTest {
+protected:
+    // The day focus's start-up set-up: PD output and the DCC region's 8 x 6 grid, inside
+    // one group hold.
+    void start_pd_grid() {
+        quietly([] {
+            write_imx586_group_hold(1);
+            switch_pd_output(1);
+            write_dcc_roi(1);
+            write_imx586_group_hold(0);
+        });
+    }
+    // A window's (PD, CL) read by the service under the PD readout hold.
+    PdCl read_window(uint16_t first) {
+        uint8_t b[3] = {0, 0, 0};
+        write_imx586_pd_read_hold(1);
+        for (uint16_t i = 0; i < 3; ++i) read_imx586_single_reg(first + i, &b[i]);
+        write_imx586_pd_read_hold(0);
+        return decode_pd_cl(b[0], b[1], b[2]);
+    }
+    static uint16_t grid_address(int index) {
+        return static_cast<uint16_t>(0xC808 + 64 * (index / 8) + 4 * (index % 8));
+    }
+    template <class F>
+    void sensor(F&& f) {
+        with<twin::Imx586>(std::forward<F>(f));
+    }
+};
+
+TEST_F(TwinSensor, EveryGridWindowReadsBackAsTheFrameEncodesIt) {
+    start_pd_grid();
+    // Every PD the 11-bit field carries, both ends and the -1 / 0 seam included; the sensor
+    // saturates beyond.
+    auto pd_of = [](int index) {
+        const int pds[] = {-1022, -1021, -2, -1, 0, 1, 1022, 1023, 5000, -5000};
+        return index < 10 ? pds[index] : (index * 97) % 2045 - 1022;
+    };
+    auto cl_of = [](int index) { return index == 0 ? 0 : index == 1 ? 2047 : index * 43; };
+    sensor([&](twin::Imx586& s) {
+        for (int index = 0; index < 48; ++index)
+            s.set_grid_pd_cl(index, pd_of(index), cl_of(index));
+    });
+    for (int index = 0; index < 48; ++index) {
+        const int pd = std::clamp(pd_of(index), -1022, 1023);
+        EXPECT_EQ(read_window(grid_address(index)), PdCl(pd, cl_of(index))) << index;
+    }
+    // Edge cases of the encoding: CL 2047 with PD -1, raw fields 1025, 1024 and 1023.
+    const std::pair<std::pair<int, int>, std::array<uint8_t, 3>> encodings[] = {
+        {{-1, 2047}, {0xFF, 0xE0, 0x00}},
+        {{-1022, 0}, {0x00, 0x10, 0x04}},
+        {{1023, 0}, {0x00, 0x10, 0x00}},
+        {{1022, 0}, {0x00, 0x0F, 0xFC}},
+    };
+    for (const auto& [pd_cl, bytes] : encodings) {
+        const twin::PdClBytes b = twin::Imx586::encode_pd_cl(pd_cl.first, pd_cl.second);
+        EXPECT_EQ((std::array{b.b0, b.b1, b.b2}), bytes) << pd_cl.first;
+    }
+}
+
+TEST_F(TwinSensor, EightWindowLayoutReportsTheEnabledWindows) {
+    quietly([] {
+        set_pdaf_windows_free_area(100, 200, 666, 500);
+        switch_pd_output(1);
+    });
+    sensor([](twin::Imx586& s) {
+        s.set_window_pd_cl(0, 37, 1500);
+        s.set_window_pd_cl(5, -300, 900);
+        s.set_grid_pd_cl(0, 11, 11);  // another layout: not shown
+    });
+    EXPECT_EQ(read_window(0xC808), PdCl(37, 1500));
+    EXPECT_EQ(read_window(0xC808 + 20).second, 0) << "window 5 is not enabled yet";
+    quietly([] { set_pdaf_windows_center_area(0); });
+    EXPECT_EQ(read_window(0xC808 + 20), PdCl(-300, 900));
+    quietly([] { switch_pd_output(0); });
+    EXPECT_EQ(read_window(0xC808).second, 0) << "with PD output off the block is empty";
+}
+
+TEST_F(TwinSensor, PdReadoutHoldKeepsTheFrameUntilReleased) {
+    start_pd_grid();
+    sensor([](twin::Imx586& s) { s.set_grid_pd_cl(9, 100, 2000); });
+    write_imx586_pd_read_hold(1);
+    sensor([](twin::Imx586& s) { s.set_grid_pd_cl(9, -100, 1000); });
+    uint8_t b0 = 0;
+    read_imx586_single_reg(grid_address(9), &b0);
+    EXPECT_EQ(b0, 2000 >> 3) << "the held frame";
+    write_imx586_pd_read_hold(0);
+    read_imx586_single_reg(grid_address(9), &b0);
+    EXPECT_EQ(b0, 1000 >> 3) << "the newest frame";
+}
+
+TEST_F(TwinSensor, GroupHoldAppliesALayoutAtOnceWhenReleased) {
+    write_imx586_group_hold(1);
+    const uint64_t written_at = board().now_ns();
+    call([] { return set_pdaf_windows_center_area(0); });
+    // Under the hold the read-backs see the registers in effect, not the new layout.
+    EXPECT_THAT(output_, HasSubstr("\r\n0x38A3 value:0x0"));
+    EXPECT_THAT(output_,
+                HasSubstr("\r\nread windows addr:0x38b5,value:0x0,source write value:0xdc"));
+    sensor([](twin::Imx586& s) {
+        EXPECT_EQ(s.held_writes(), 73u);
+        EXPECT_FALSE(s.window(7).enabled);
+    });
+    EXPECT_EQ(sensor_writes().size(), 1u) << "only the hold itself took effect";
+
+    write_imx586_group_hold(0);
+    std::vector<twin::I2cRegisterWrite> writes;
+    sensor([&](twin::Imx586& s) {
+        writes = s.writes();
+        EXPECT_EQ(std::tuple(s.window(7).x_end, s.window(7).y_end, s.window(7).enabled),
+                  std::tuple(2666, 1750, true));
+        EXPECT_FALSE(s.group_hold());
+    });
+    // The hold on, the hold off, then the 73 held writes in order, all at the release.
+    ASSERT_EQ(writes.size(), 1u + 1u + 73u);
+    const uint64_t release_time = writes.back().time_ns;
+    EXPECT_GT(release_time, written_at);
+    for (size_t i = 1; i < writes.size(); ++i) EXPECT_EQ(writes[i].time_ns, release_time) << i;
+    EXPECT_EQ(std::tuple(writes[1].addr, writes[2].addr, writes.back().addr),
+              std::tuple(0x0104, 0x38A3, 0x38F3));
+    // Without a hold a write takes effect at once.
+    write_imx586_single_reg(0x38A3, 1);
+    EXPECT_EQ(sensor_reg(0x38A3), 1);
+}
+
+TEST_F(TwinSensor, MisdirectedAccessesAreRecorded) {
+    expect_fault(twin::FaultKind::i2c_misuse);
+    write_imx586_single_reg(0xC808, 0x12);  // the PD/CL block is read-only
+    write_imx586_single_reg(0x1234, 0x00);  // no such register
+    // The voice-coil driver has three registers: a read past register 2.
+    const int fd = board().open("/dev/i2c-9", O_RDWR);
+    uint8_t write[4] = {0x00, 0x80, 0x40, 0x00};  // position 513, enable, in one message
+    uint8_t reg = 0x01, read[3] = {};
+    i2c_msg messages[3] = {{0x0C, 0, 4, write}, {0x0C, 0, 1, &reg}, {0x0C, I2C_M_RD, 3, read}};
+    i2c_rdwr_ioctl_data data{messages, 3};
+    EXPECT_EQ(board().ioctl(fd, I2C_RDWR, &data), 3);
+    board().close(fd);
+    EXPECT_EQ(std::tuple(read[0], read[1]), std::tuple(0x40, 0x00));
+    with<twin::VoiceCoilDriver>([](auto& v) {
+        EXPECT_EQ(v.position(), 513);
+        EXPECT_TRUE(v.enabled());
+    });
+    const auto faults = board().faults();
+    ASSERT_EQ(faults.size(), 3u);
+    EXPECT_THAT(faults[0].text, HasSubstr("read-only register 0xC808 (PD/CL block)"));
+    EXPECT_THAT(faults[1].text, HasSubstr("0x1234, which the chip does not have"));
+    EXPECT_THAT(faults[2].text, HasSubstr("read of register 3"));
+}
+
+}  // namespace
+}  // namespace zoomaf::test

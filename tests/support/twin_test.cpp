@@ -1,0 +1,193 @@
+#include "tests/support/twin_test.hpp"
+
+#include <csignal>
+#include <cstring>
+#include <functional>
+#include <vector>
+
+#include "ipc/ipc_internal.hpp"
+#include "zoomaf/app_pdaf.h"
+#include "zoomaf/assist_info.h"
+#include "zoomaf/imx586.h"
+#include "zoomaf/lib_motor.h"
+
+namespace zoomaf::test {
+
+namespace {
+
+constexpr int kFatalSignals[3] = {SIGINT, SIGSEGV, SIGTERM};
+
+// The load-time value of every global, taken before main (the globals are constant
+// initialised, so they hold their load-time values then) and put back by restore().
+class LoadTimeGlobals {
+public:
+    LoadTimeGlobals() {
+        keep(current_focus_mode, cur_day_night_mode, current_multiple, motor_position,
+             current_shockperiod, is_coordinates_update, free_focus_pointx, free_focus_pointy,
+             free_focus_width, free_focus_height, is_manual_positon_update,
+             manual_positon_percentage, is_center_af_winratio_update, is_free_focus_opr_over,
+             current_select_pdaf_window, laser_focus_compensation, pdafcnt_over_multiple_change,
+             defauult_probe_dir, multiple_index, current_multiple_index, zoom_running_flag, onoff,
+             init_motor_status, focus_area, pd_calibration_value, ptz_lock,
+             selfstudy_info_write_lock, motor_lock, laser_lock);
+        keep(TxtToDat, mator_step_section, template_mator_step_section, laser_motor_calibration,
+             calibration_offset_step, is_selfstudy_point_update, is_deal_selfstudy);
+        keep(eeprom_dcc);
+        keep(LaserMenManHandle, PtzMenManHandle, global_laser_distance, last_laser, last_laster_cnt,
+             Manual_laser_setup, CompensationMaxStep, CompensationSteps, ipc::fv_channel());
+        keep(gSpiDev, reg_addr_psum_f, reg_addr_intct_f, reg_addr_psum_z, reg_addr_intct_z,
+             REG_ADDR_PPW_F, REG_ADDR_PPW_Z, reg_motor, gRunData, gFocusParam, old_error_step,
+             run_times, msVersion, moVersion, lastdirection, curteps);
+    }
+
+    void restore() const {
+        for (const auto& put_back : restores_) put_back();
+        if (selfstudy_point != nullptr) std::memset(selfstudy_point, 0, SELFSTUDY_STORE_BYTES);
+    }
+
+private:
+    template <class T>
+    struct is_atomic : std::false_type {};
+    template <class T>
+    struct is_atomic<std::atomic<T>> : std::true_type {};
+
+    template <class... Globals>
+    void keep(Globals&... globals) {
+        (keep_one(globals), ...);
+    }
+    template <class T>
+    void keep_one(T& global) {
+        if constexpr (is_atomic<T>::value) {
+            const auto value = global.load();
+            restores_.emplace_back([&global, value] { global.store(value); });
+        } else {
+            static_assert(std::is_trivially_copyable_v<T>);
+            std::vector<char> bytes(sizeof(T));
+            std::memcpy(bytes.data(), &global, sizeof(T));
+            restores_.emplace_back([&global, bytes] {
+                std::memcpy(static_cast<void*>(&global), bytes.data(), sizeof(T));
+            });
+        }
+    }
+
+    std::vector<std::function<void()>> restores_;
+};
+
+const LoadTimeGlobals& load_time_globals() {
+    static const LoadTimeGlobals globals;
+    return globals;
+}
+// Taken at load, before any test runs.
+[[maybe_unused]] const LoadTimeGlobals& taken_at_load = load_time_globals();
+
+}  // namespace
+
+void reset_service_globals() {
+    load_time_globals().restore();
+}
+
+void TwinTest::SetUp() {
+    for (int i = 0; i < 3; ++i) sigaction(kFatalSignals[i], nullptr, &saved_handlers_[i]);
+    reset_service_globals();
+    board_ = std::make_unique<twin::Board>(board_config());
+    recorder_ = std::make_unique<twin::RecordingPlatform>(*board_);
+    install_platform(recorder_.get());
+}
+
+void TwinTest::TearDown() {
+    // The motor driver keeps the SPI device open for the life of the process.
+    if (gSpiDev.fd >= 0) board_->close(gSpiDev.fd);
+    check_recorded_faults();
+    EXPECT_EQ(board_->open_descriptors(), 0u) << "descriptors left open on the board";
+    check_positions();
+    install_platform(nullptr);
+    reset_service_globals();
+    // InitGlobalClearinfo installs the service's fatal-signal handler; a crash in a later
+    // test must still be reported as a crash.
+    for (int i = 0; i < 3; ++i) sigaction(kFatalSignals[i], &saved_handlers_[i], nullptr);
+}
+
+void TwinTest::check_recorded_faults() {
+    std::set<twin::FaultKind> seen;
+    for (const twin::RecordedFault& fault : board_->faults()) {
+        seen.insert(fault.kind);
+        EXPECT_TRUE(expected_faults_.count(fault.kind) != 0)
+            << "the hardware recorded " << twin::fault_kind_name(fault.kind) << " at "
+            << fault.time_ns << " ns: " << fault.text
+            << " (a test that provokes it declares expect_fault)";
+    }
+    for (twin::FaultKind kind : expected_faults_) {
+        EXPECT_TRUE(seen.count(kind) != 0)
+            << "expected fault not recorded: " << twin::fault_kind_name(kind);
+    }
+}
+
+void TwinTest::check_positions() {
+    if (gRunData.running != 0 || position_error_ < 0) return;
+    for (twin::Motor motor : {twin::Motor::zoom, twin::Motor::focus}) {
+        const auto [position, moved] = with<twin::LensMotor>(motor, [](const twin::LensMotor& m) {
+            return std::pair(m.position(), m.steps_moved() + m.clamped_pulses() > 0);
+        });
+        if (!moved) continue;
+        const int driver = gRunData.motor[static_cast<int>(motor)].cur_steps;
+        EXPECT_LE(std::abs(position - driver), position_error_)
+            << (motor == twin::Motor::zoom ? "zoom" : "focus") << ": the driver says " << driver
+            << ", the motor stands at " << position
+            << " (a test that provokes it declares expect_position_error)";
+    }
+}
+
+void TwinTest::bring_up_driver(uint8_t motor_id) {
+    quietly([&] {
+        InitAttr(10);
+        ASSERT_EQ(InitSpi(), 0);
+        InitGPIO(motor_id);
+        InitReg();
+    });
+    with<twin::DriverChip>([](twin::DriverChip& chip) { chip.clear_register_writes(); });
+    recorder().clear();
+}
+
+int TwinTest::motor_at(twin::Motor motor) {
+    return with<twin::LensMotor>(motor, [](const twin::LensMotor& m) { return m.position(); });
+}
+
+void TwinTest::place_motor(twin::Motor motor, int position) {
+    with<twin::LensMotor>(motor, [&](twin::LensMotor& m) { m.set_position(position); });
+}
+
+uint16_t TwinTest::chip_reg(int addr) {
+    return with<twin::DriverChip>([&](const twin::DriverChip& chip) { return chip.reg(addr); });
+}
+
+uint64_t TwinTest::vd_pulses() {
+    return with<twin::DriverChip>([](const twin::DriverChip& chip) { return chip.vd_pulses(); });
+}
+
+uint8_t TwinTest::sensor_reg(uint16_t addr) {
+    return with<twin::Imx586>([&](const twin::Imx586& sensor) { return sensor.byte(addr); });
+}
+
+std::vector<std::pair<uint16_t, uint8_t>> TwinTest::sensor_writes() {
+    std::vector<std::pair<uint16_t, uint8_t>> all;
+    with<twin::Imx586>([&](const twin::Imx586& sensor) {
+        for (const auto& w : sensor.writes()) all.emplace_back(w.addr, w.value);
+    });
+    return all;
+}
+
+std::vector<twin::I2cTransferRecord> TwinTest::i2c_transfers(int bus) {
+    return with<twin::I2cBus>(bus, [](const twin::I2cBus& b) { return b.transfers(); });
+}
+
+uint64_t TwinTest::slept_ns() {
+    return with<twin::Clock>([](const twin::Clock& clock) { return clock.slept_ns(); });
+}
+
+size_t TwinTest::recorded(twin::FaultKind kind) {
+    size_t count = 0;
+    for (const twin::RecordedFault& fault : board_->faults()) count += fault.kind == kind;
+    return count;
+}
+
+}  // namespace zoomaf::test

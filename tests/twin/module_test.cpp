@@ -1,0 +1,269 @@
+// The camera module on the kernel: the SPI controller and the driver chip's frames, the lens
+// motors behind it (VD edges, direction sense per module type, end stops, pulse timing) and
+// their photo-interrupters, the laser publisher, and the board driven from
+// several threads at once (run under ThreadSanitizer). The module memory, the IMX586 and
+// the voice coil are met through the service's own accesses in the sensor and motor tests.
+#include <array>
+#include <atomic>
+#include <thread>
+
+#include "board_io.hpp"
+#include "gmock/gmock.h"
+#include "twin/module/laser.hpp"
+
+namespace zoomaf::twin {
+namespace {
+
+using test::chip_frame;
+using test::position;
+using ::testing::ElementsAre;
+
+constexpr uint8_t kPsumAB = 0x24, kPsumCD = 0x29;  // intct follows each at +1
+
+struct MotorRig : test::Rig {
+    using Rig::Rig;
+    // Programs a channel for the next VD period (psum register keeps the 0x1C high byte).
+    void program(uint8_t psum_reg, unsigned psum, bool dir, uint16_t intct = 400) {
+        chip_frame(board, spi, psum_reg, static_cast<uint16_t>(0x1C00 | (dir ? 0x100 : 0) | psum));
+        chip_frame(board, spi, static_cast<uint8_t>(psum_reg + 1), intct);
+    }
+    template <class F>
+    auto motor(Motor m, F f) {
+        return board.with<LensMotor>(m, f);
+    }
+    size_t timing_faults() { return test::fault_kinds(board).size(); }
+    uint64_t vd_pulses() {
+        return board.with<DriverChip>([](auto& c) { return c.vd_pulses(); });
+    }
+};
+
+class Spidev : public ::testing::Test, protected test::Rig {
+protected:
+    void set_reg(int addr, uint16_t value) {
+        board.with<DriverChip>([&](DriverChip& c) { c.set_reg(addr, value); });
+    }
+};
+
+// The driver's frames are met in its own tests; here what the driver never sends.
+TEST_F(Spidev, FramesWithoutChipSelectOrOfTwoBytesAreIgnoredAndRecordedAndAMessageIsFrames) {
+    EXPECT_EQ(test::transfer(board, spi, {0x24, 0xFF, 0xFF}).result, 3) << "still clocked out";
+    test::set_value(board, Board::kChipSelectGpio, 1);
+    EXPECT_EQ(test::transfer(board, spi, {0x24, 0x10}).result, 2);
+    EXPECT_EQ(test::chip_reg(board, 0x24), 0);
+    EXPECT_THAT(test::fault_kinds(board),
+                ElementsAre(FaultKind::chip_not_selected, FaultKind::frame_length));
+    std::array<uint8_t, 3> first{0x29, 0x10, 0x1D}, second{0x2A, 0x90, 0x01};
+    spi_ioc_transfer t[2]{};
+    t[0].tx_buf = reinterpret_cast<uintptr_t>(first.data());
+    t[1].tx_buf = reinterpret_cast<uintptr_t>(second.data());
+    t[0].len = t[1].len = 3;
+    EXPECT_EQ(board.ioctl(spi, SPI_IOC_MESSAGE(2), t), 6);
+    EXPECT_EQ(std::pair(test::chip_reg(board, 0x29), test::chip_reg(board, 0x2A)),
+              std::pair(uint16_t{0x1D10}, uint16_t{0x0190}));
+}
+
+TEST_F(Spidev, WithoutLsbFirstTheChipSeesBitReversedBytesAndItsReadBackCanBeCorrupted) {
+    uint32_t msb_first = SPI_MODE_0, lsb_first = SPI_LSB_FIRST;
+    ASSERT_EQ(board.ioctl(spi, SPI_IOC_WR_MODE32, &msb_first), 0);
+    // 0x25 reversed is 0xA4: the chip takes a write to register 0x24 (bit 7 is not an
+    // address bit) with both data bytes reversed.
+    chip_frame(board, spi, 0x25, 0x0102);
+    EXPECT_EQ(test::chip_reg(board, 0x25), 0);
+    EXPECT_EQ(test::chip_reg(board, 0x24), (reverse_bits(0x01) << 8) | reverse_bits(0x02));
+    // A read of 0x0B (0x4B) reaches register 0x12 (0xD2 & 0x3F) and comes back reversed.
+    set_reg(0x0B, 0x0480);
+    set_reg(0x12, 0x1234);
+    EXPECT_THAT(chip_frame(board, spi, 0x4B, 0).rx,
+                ElementsAre(0, reverse_bits(0x34), reverse_bits(0x12)));
+    ASSERT_EQ(board.ioctl(spi, SPI_IOC_WR_MODE32, &lsb_first), 0);
+    EXPECT_EQ(test::chip_read(board, spi, 0x0B), 0x0480) << "right again in LSB-first mode";
+    // The chip's fault hook corrupts the read-back of one register, once.
+    board.inject({.op = FaultRule::Op::readback, .reg = 0x12});
+    EXPECT_EQ(test::chip_read(board, spi, 0x0B), 0x0480) << "another register reads true";
+    EXPECT_EQ(test::chip_read(board, spi, 0x12), 0x1235);
+    EXPECT_EQ(test::chip_reg(board, 0x12), 0x1234) << "the register itself is untouched";
+    EXPECT_EQ(test::chip_read(board, spi, 0x12), 0x1234);
+}
+
+TEST(MotorDrive, VdEdgeMovesEachWiredMotorByPsumInItsSense) {
+    // AB gets psum 16 and a direction, CD psum 8 and the other one. MS41928: AB drives
+    // focus, CD zoom; MS41908 swaps them. Bit 8 set moves focus up and zoom down.
+    const struct {
+        DriverType driver;
+        bool ab_dir;
+        std::pair<int, int> focus_zoom;
+    } cases[] = {{DriverType::ms41928, true, {+16, +8}},
+                 {DriverType::ms41928, false, {-16, -8}},
+                 {DriverType::ms41908, true, {-8, -16}},
+                 {DriverType::ms41908, false, {+8, +16}}};
+    for (const auto& c : cases) {
+        MotorRig rig(BoardConfig{.driver = c.driver, .zoom_start = 0, .focus_start = 0});
+        rig.program(kPsumAB, 16, c.ab_dir);
+        rig.program(kPsumCD, 8, !c.ab_dir);
+        rig.vd();
+        EXPECT_EQ(std::pair(position(rig.board, Motor::focus), position(rig.board, Motor::zoom)),
+                  c.focus_zoom)
+            << "MS419" << (c.driver == DriverType::ms41908 ? "08" : "28") << " AB dir " << c.ab_dir;
+    }
+}
+
+TEST(MotorDrive, OnlyRisingEdgesMoveAndEndStopsHoldTheMotors) {
+    MotorRig rig(BoardConfig{.zoom_start = -5400, .focus_start = 3000});
+    rig.program(kPsumAB, 16, true);  // focus up
+    rig.program(kPsumCD, 16, true);  // zoom down
+    for (int level : {1, 1, 0})      // one rising edge: staying high or falling moves nothing
+        test::set_value(rig.board, Board::kVdGpio, level);
+    EXPECT_EQ(rig.vd_pulses(), 1u);
+    EXPECT_EQ(position(rig.board, Motor::focus), 3016);
+    EXPECT_EQ(position(rig.board, Motor::zoom), -5416);
+    rig.board.advance_ns(10'000'000);
+    rig.vd();
+    EXPECT_EQ(position(rig.board, Motor::focus), 3022);
+    EXPECT_EQ(position(rig.board, Motor::zoom), -5430);
+    EXPECT_EQ(rig.motor(Motor::focus, [](auto& m) { return m.clamped_pulses(); }), 10u);
+    EXPECT_EQ(rig.motor(Motor::focus, [](auto& m) { return m.steps_moved(); }), 22u);
+    EXPECT_EQ(rig.motor(Motor::zoom, [](auto& m) { return m.clamped_pulses(); }), 2u);
+    rig.board.advance_ns(10'000'000);
+    rig.program(kPsumCD, 0, false, 0);
+    rig.vd();
+    EXPECT_EQ(position(rig.board, Motor::zoom), -5430) << "psum 0 does not move";
+    EXPECT_THROW(rig.motor(Motor::focus, [](auto& m) { m.set_position(3023); }), std::out_of_range);
+    EXPECT_THROW(Board(BoardConfig{.zoom_start = 1607}), std::out_of_range);
+}
+
+TEST(MotorDrive, StartPositionsAreSeededInsideTheRanges) {
+    auto starts = [](BoardConfig config) {
+        Board board(std::move(config));
+        return std::pair(position(board, Motor::zoom), position(board, Motor::focus));
+    };
+    const auto seven = starts({.seed = 7});
+    EXPECT_EQ(starts({.seed = 7}), seven);
+    EXPECT_NE(starts({.seed = 8}), seven);
+    for (uint64_t seed = 1; seed <= 20; ++seed) {
+        const auto [zoom, focus] = starts({.seed = seed});
+        EXPECT_TRUE(zoom >= LensMotor::kZoomMin && zoom <= LensMotor::kZoomMax) << zoom;
+        EXPECT_TRUE(focus >= LensMotor::kFocusMin && focus <= LensMotor::kFocusMax) << focus;
+    }
+    // Placing one motor leaves the other's draw alone.
+    EXPECT_EQ(starts({.seed = 7, .focus_start = -12}), std::pair(seven.first, -12));
+}
+
+TEST(MotorTiming, APulseOrAChannelWriteBeforeThePulsesFinishIsATimingFault) {
+    MotorRig rig(BoardConfig{.zoom_start = 0, .focus_start = 0});
+    const uint64_t pulses = DriverChip::pulse_time_ns(16, 400);
+    EXPECT_EQ(pulses, 5688889u) << "16 * 400 * 24 / 27 MHz";
+    rig.program(kPsumAB, 16, true);
+    rig.program(kPsumCD, 8, false);
+    for (int period = 0; period < 5; ++period) {
+        rig.vd();
+        rig.board.advance_ns(pulses);  // exactly long enough
+    }
+    EXPECT_EQ(rig.timing_faults(), 0u);
+    EXPECT_EQ(std::pair(position(rig.board, Motor::focus), position(rig.board, Motor::zoom)),
+              std::pair(80, 40));
+    rig.vd();
+    rig.board.advance_ns(pulses - 1000);
+    rig.vd();
+    ASSERT_EQ(rig.timing_faults(), 1u);
+    EXPECT_EQ(rig.board.faults()[0].time_ns, rig.board.now_ns()) << "at the early edge";
+    rig.board.advance_ns(1'000'000);
+    rig.program(kPsumCD + 5, 8, true);             // another register: fine
+    test::chip_read(rig.board, rig.spi, kPsumAB);  // reading is fine too
+    rig.program(kPsumAB, 0, false, 0);             // two writes to the running channel
+    EXPECT_EQ(rig.timing_faults(), 3u);
+    EXPECT_THAT(test::fault_kinds(rig.board), ::testing::Each(FaultKind::timing));
+}
+
+class PhotoInterrupterLine : public ::testing::TestWithParam<DriverType> {};
+
+TEST_P(PhotoInterrupterLine, ReadsOneOnThePositiveSideOnceActiveLowIsSetAndMayStick) {
+    // The driver sets active_low 1 on MS41908 modules, whose raw line is inverted.
+    const bool active_low = GetParam() == DriverType::ms41908;
+    MotorRig rig(BoardConfig{.driver = GetParam(), .zoom_start = 5, .focus_start = -10});
+    auto levels = [&] {
+        std::string both;
+        for (int line : {Board::kZoomPiGpio, Board::kFocusPiGpio})
+            both += test::read_path(rig.board, test::gpio_file(line, "value"));
+        return both;
+    };
+    for (int line : {Board::kZoomPiGpio, Board::kFocusPiGpio}) {
+        test::export_line(rig.board, line);
+        test::write_path(rig.board, test::gpio_file(line, "active_low"), active_low ? "1" : "0");
+    }
+    EXPECT_EQ(levels(), "1\n0\n");
+    auto stick = [&](std::optional<int> level) {
+        rig.board.with<PhotoInterrupter>(Motor::zoom, [&](auto& pi) { pi.set_stuck(level); });
+    };
+    stick(active_low ? 1 : 0);  // the negative side's raw level
+    EXPECT_EQ(levels(), "0\n0\n") << "a stuck line ignores the motor";
+    stick(std::nullopt);
+    EXPECT_EQ(levels(), "1\n0\n");
+    // Crossing the edge by VD pulses is an edge on the line, at the pulse.
+    rig.program(active_low ? kPsumCD : kPsumAB, 8, true);  // focus up by 8 per period
+    rig.vd();
+    EXPECT_TRUE(test::edges(rig.board, Board::kFocusPiGpio).empty()) << "-2 is still negative";
+    rig.board.advance_ns(10'000'000);
+    rig.vd();
+    const auto edges = test::edges(rig.board, Board::kFocusPiGpio);
+    ASSERT_EQ(edges.size(), 1u);
+    EXPECT_TRUE(edges[0].level == (active_low ? 0 : 1) && edges[0].time_ns == rig.board.now_ns());
+    EXPECT_EQ(levels(), "1\n1\n");
+}
+
+INSTANTIATE_TEST_SUITE_P(BothModules, PhotoInterrupterLine,
+                         ::testing::Values(DriverType::ms41928, DriverType::ms41908));
+
+TEST(Publishers, TheLaserMeasuresAtItsRateFromTheSeed) {
+    auto pattern = [](uint64_t seed) {
+        Board board;
+        Laser laser(board, LaserConfig{.no_echo_rate = 0.3, .seed = seed});
+        std::string seen;
+        for (int i = 0; i < 200; ++i) {
+            board.sleep_ns(100'000'000);
+            seen += laser.last_reading() == Laser::kNoEcho ? 'x' : '.';
+        }
+        return seen;
+    };
+    const std::string first = pattern(7);
+    EXPECT_EQ(first, pattern(7)) << "deterministic";
+    EXPECT_NE(first, pattern(8));
+    const auto lost = std::count(first.begin(), first.end(), 'x');
+    EXPECT_TRUE(lost > 30 && lost < 90) << lost;
+}
+
+TEST(BoardThreads, MotorDrivePiReadsAndSleepsRunTogether) {
+    MotorRig rig(BoardConfig{.zoom_start = 0, .focus_start = -400});
+    Board& board = rig.board;
+    test::export_line(board, Board::kFocusPiGpio);
+    constexpr int kPeriods = 100;
+    std::atomic<bool> done{false};
+    std::thread driver([&] {
+        rig.program(kPsumAB, 8, true);  // focus +8 per period
+        for (int i = 0; i < kPeriods; ++i) {
+            rig.vd();
+            board.sleep_ns(8'000'000);
+        }
+        done = true;
+    });
+    std::thread pi_reader([&] {
+        while (!done.load()) {
+            const std::string level =
+                test::read_path(board, test::gpio_file(Board::kFocusPiGpio, "value"));
+            EXPECT_TRUE(level == "0\n" || level == "1\n") << level;
+        }
+    });
+    while (!done.load()) {  // the observer
+        position(board, Motor::focus);
+        test::edges(board, Board::kVdGpio);
+        board.sleep_ns(1'000'000);
+    }
+    driver.join();
+    pi_reader.join();
+    EXPECT_EQ(rig.vd_pulses(), uint64_t{kPeriods});
+    EXPECT_EQ(position(board, Motor::focus), -400 + 8 * kPeriods);
+    EXPECT_EQ(test::edges(board, Board::kFocusPiGpio).size(), 1u) << "crossed the edge once";
+    EXPECT_TRUE(board.faults().empty());
+}
+
+}  // namespace
+}  // namespace zoomaf::twin
