@@ -8,7 +8,7 @@
 #include <stdexcept>
 
 #include "platform/platform.hpp"
-#include "twin/still_subject.hpp"
+#include "twin/module/still_subject.hpp"
 #include "zoomaf/app_pdaf.h"
 #include "zoomaf/imx586.h"
 
@@ -85,17 +85,23 @@ SimBoard::~SimBoard() {
 }
 
 void SimBoard::print_summary() const {
-    const int zoom = board_.motor_position(twin::Motor::zoom);
-    const int focus = board_.motor_position(twin::Motor::focus);
+    const auto position = [this](twin::Motor motor) {
+        return board_.with<twin::LensMotor>(motor,
+                                            [](const twin::LensMotor& m) { return m.position(); });
+    };
+    const int zoom = position(twin::Motor::zoom);
+    const int focus = position(twin::Motor::focus);
+    size_t timing_faults = 0;
+    for (const twin::RecordedFault& fault : board_.faults())
+        timing_faults += fault.kind == twin::FaultKind::timing;
     const double truth = twin::true_focus_step(board_, kDefaultSubjectM);
     std::printf("[twin] end: service at x%.2f, %s; zoom motor at %d, focus motor at %d\n",
                 static_cast<double>(current_multiple), cur_day_night_mode != 0 ? "night" : "day",
                 zoom, focus);
     std::printf(
         "[twin] true in-focus step for the subject at %.1f m: %.1f, focus error %+.1f steps; "
-        "timing faults %llu, faults recorded in all %zu\n",
-        kDefaultSubjectM, truth, focus - truth,
-        static_cast<unsigned long long>(board_.timing_faults()), board_.faults().size());
+        "timing faults %zu, faults recorded in all %zu\n",
+        kDefaultSubjectM, truth, focus - truth, timing_faults, board_.faults().size());
 }
 
 }  // namespace zoomaf::bench

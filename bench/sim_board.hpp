@@ -8,9 +8,9 @@
 #include <memory>
 #include <string>
 
-#include "twin/board.hpp"
-#include "twin/encoder.hpp"
-#include "twin/laser.hpp"
+#include "twin/module/board.hpp"
+#include "twin/module/encoder.hpp"
+#include "twin/module/laser.hpp"
 
 namespace zoomaf::bench {
 

@@ -12,7 +12,7 @@
 
 #include "benchmarks/quiet_stdout.hpp"
 #include "sensor/pd_readout.hpp"
-#include "twin/board.hpp"
+#include "twin/module/board.hpp"
 #include "zoomaf/app_pdaf.h"
 #include "zoomaf/imx586.h"
 #include "zoomaf/lib_motor.h"
@@ -34,7 +34,6 @@ std::string dcc_file() {
 class DayFocusBench {
 public:
     DayFocusBench() {
-        board_.set_motor_position(zoomaf::twin::Motor::focus, 0);
         board_.write_file(IMX586_DCC_FILE, dcc_file());
         zoomaf::install_platform(&board_);
         QuietStdout quiet;
@@ -49,7 +48,7 @@ public:
         mator_step_section[20][0] = -1500;
         mator_step_section[20][1] = 1500;
         pdafcnt_over_multiple_change = 100;
-        board_.imx586([](zoomaf::twin::Imx586& s) {
+        board_.with<zoomaf::twin::Imx586>([](zoomaf::twin::Imx586& s) {
             for (int w = 0; w < PDAF_GRID_WINDOWS; ++w) s.set_grid_pd_cl(w, 40 - w, 300 + 30 * w);
             for (int w : {11, 12, 19, 20, 27, 28, 35, 36}) s.set_grid_pd_cl(w, 0, 2047);
         });
@@ -60,10 +59,13 @@ public:
         gSpiDev.fd = -1;
         zoomaf::install_platform(nullptr);
     }
-    zoomaf::twin::Board& board() { return board_; }
+    uint64_t vd_pulses() {
+        return board_.with<zoomaf::twin::DriverChip>(
+            [](const zoomaf::twin::DriverChip& chip) { return chip.vd_pulses(); });
+    }
 
 private:
-    zoomaf::twin::Board board_;
+    zoomaf::twin::Board board_{{.focus_start = 0}};
 };
 
 void BM_GridRegisterReads(benchmark::State& state) {
@@ -97,13 +99,13 @@ void BM_Readout48AndCentreFocusPass(benchmark::State& state) {
     int64_t cl = 0;
     int64_t pd = 0;
     QuietStdout quiet;
-    const uint64_t pulses = bench.board().vd_pulses();
+    const uint64_t pulses = bench.vd_pulses();
     for (auto _ : state) {
         get_pd_and_lc_48windwos_test(&record, &cl, &pd, nullptr);
         APPSetCenterFocusOprByAssitInfo(0, &record);
         benchmark::DoNotOptimize(record);
     }
-    if (bench.board().vd_pulses() != pulses) state.SkipWithError("the lens moved");
+    if (bench.vd_pulses() != pulses) state.SkipWithError("the lens moved");
 }
 BENCHMARK(BM_Readout48AndCentreFocusPass)->Unit(benchmark::kMicrosecond);
 

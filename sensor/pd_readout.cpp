@@ -6,7 +6,6 @@
 #include <cstdio>
 
 #include "zoomaf/imx586.h"
-#include "zoomaf/pdaf_focus.h"
 
 namespace zoomaf::sensor {
 

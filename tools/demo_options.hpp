@@ -1,5 +1,6 @@
 // What the twin demos share: their command line (--speed N, --seed S and, where the demo
-// offers it, --ms41908) and the real clock they measure pacing with.
+// offers it, --ms41908), the real clock they measure pacing with and the board readings
+// they report.
 #pragma once
 
 #include <time.h>
@@ -7,6 +8,8 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+
+#include "twin/module/board.hpp"
 
 namespace zoomaf::tools {
 
@@ -38,6 +41,21 @@ inline uint64_t real_ns() {
     timespec ts{};
     clock_gettime(CLOCK_MONOTONIC, &ts);
     return uint64_t(ts.tv_sec) * 1000000000u + uint64_t(ts.tv_nsec);
+}
+
+// A motor's physical position on the twin.
+inline int position(const twin::Board& board, twin::Motor motor) {
+    return board.with<twin::LensMotor>(motor,
+                                       [](const twin::LensMotor& m) { return m.position(); });
+}
+inline uint64_t vd_pulses(const twin::Board& board) {
+    return board.with<twin::DriverChip>(
+        [](const twin::DriverChip& chip) { return chip.vd_pulses(); });
+}
+inline size_t timing_faults(const twin::Board& board) {
+    size_t count = 0;
+    for (const auto& fault : board.faults()) count += fault.kind == twin::FaultKind::timing;
+    return count;
 }
 
 }  // namespace zoomaf::tools

@@ -16,7 +16,10 @@
 
 namespace {
 
+using zoomaf::tools::position;
 using zoomaf::tools::real_ns;
+using zoomaf::tools::timing_faults;
+using zoomaf::tools::vd_pulses;
 using zoomaf::twin::Board;
 using zoomaf::twin::Motor;
 using zoomaf::twin::RecordingPlatform;
@@ -31,18 +34,6 @@ struct Pacing {
     double elapsed_ns = 0;
     int zoom = 0, focus = 0, driver_zoom = 0, driver_focus = 0;
 };
-
-int position(Board& board, Motor motor) {
-    return board.with<zoomaf::twin::LensMotor>(motor, [](auto& m) { return m.position(); });
-}
-uint64_t vd_pulses(Board& board) {
-    return board.with<zoomaf::twin::DriverChip>([](auto& chip) { return chip.vd_pulses(); });
-}
-size_t timing_faults(Board& board) {
-    size_t count = 0;
-    for (const auto& fault : board.faults()) count += fault.kind == zoomaf::twin::FaultKind::timing;
-    return count;
-}
 
 template <class Move>
 Pacing measured(const char* what, Board& board, RecordingPlatform& meter, double speed, Move move) {

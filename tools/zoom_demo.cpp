@@ -19,17 +19,20 @@
 #include <vector>
 
 #include "tools/demo_options.hpp"
-#include "twin/board.hpp"
-#include "twin/laser.hpp"
-#include "twin/lens_model.hpp"
-#include "twin/recording_platform.hpp"
+#include "twin/kernel/recording_platform.hpp"
+#include "twin/module/board.hpp"
+#include "twin/module/laser.hpp"
+#include "twin/module/lens_model.hpp"
 #include "zoomaf/assist_info.h"
 #include "zoomaf/lib_motor.h"
 #include "zoomaf/zoom_control.h"
 
 namespace {
 
+using zoomaf::tools::position;
 using zoomaf::tools::real_ns;
+using zoomaf::tools::timing_faults;
+using zoomaf::tools::vd_pulses;
 using zoomaf::twin::Board;
 using zoomaf::twin::Motor;
 
@@ -75,8 +78,8 @@ struct Bench {
 
     int focus_error() const {
         const double truth =
-            zoomaf::twin::in_focus_focus_step(board.motor_position(Motor::zoom), kSubjectM);
-        return int(std::lround(board.motor_position(Motor::focus) - truth));
+            zoomaf::twin::in_focus_focus_step(position(board, Motor::zoom), kSubjectM);
+        return int(std::lround(position(board, Motor::focus) - truth));
     }
 };
 
@@ -92,14 +95,14 @@ Pacing pacing(uint64_t seed, double speed) {
     VerificationSetMotordevInit(3.5f);
     bench.board.set_real_time(speed);
     const uint64_t waits = bench.meter.slept_ns_at_least(kPeriodWaitMinNs);
-    const uint64_t pulses = bench.board.vd_pulses();
+    const uint64_t pulses = vd_pulses(bench.board);
     const uint64_t start = real_ns();
     AppSetMultipleByPdTrend(11.0f);
     Pacing p;
     p.elapsed_ms = double(real_ns() - start) / 1e6;
     p.limit_ms = double(bench.meter.slept_ns_at_least(kPeriodWaitMinNs) - waits) / speed / 1e6;
-    p.periods = bench.board.vd_pulses() - pulses;
-    p.timing_faults = bench.board.timing_faults();
+    p.periods = vd_pulses(bench.board) - pulses;
+    p.timing_faults = timing_faults(bench.board);
     p.error = bench.focus_error();
     return p;
 }
@@ -116,7 +119,7 @@ Sequence sequence(const char* what, uint64_t seed, bool laser_on, bool focus_on_
     VerificationSetMotordevInit(3.5f);
     if (focus_on_subject) {
         const double truth =
-            zoomaf::twin::in_focus_focus_step(bench.board.motor_position(Motor::zoom), kSubjectM);
+            zoomaf::twin::in_focus_focus_step(position(bench.board, Motor::zoom), kSubjectM);
         SetFocusLens(int16_t(std::lround(truth)), 0);
         motor_position = GetCurSteps(MOTOR_FOCUS);
     }
@@ -125,7 +128,7 @@ Sequence sequence(const char* what, uint64_t seed, bool laser_on, bool focus_on_
         request(multiple);
         s.errors.push_back(bench.focus_error());
     }
-    s.timing_faults = bench.board.timing_faults();
+    s.timing_faults = timing_faults(bench.board);
     return s;
 }
 

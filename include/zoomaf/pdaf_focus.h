@@ -13,6 +13,7 @@
 
 #include "zoomaf/app_pdaf.h"
 #include "zoomaf/export.h"
+#include "zoomaf/imx586.h" /* the sensor side of the PD/CL readout */
 #include "zoomaf/pdaflib.h"
 
 ZOOMAF_EXTERN_C_BEGIN
@@ -24,14 +25,6 @@ ZOOMAF_EXTERN_C_BEGIN
 #define PDAF_OFFSET_FAILED (-3000) /* lens offset of a window the library refused */
 #define PDAF_VALID_CL 150          /* the confidence from which a PD is acted on */
 #define LASER_PAUSE_STEP (-3600)   /* GetTargetPositionByLaser: pause, do not move */
-
-/* ---- PD/CL readout, sensor side (sensor/pd_readout.cpp) ---------------------------------- */
-
-/* Window 0 of the PD/CL block (0xC808..0xC80A) under the PD readout hold, decoded; no
-   calibration added. Note the order: CL first. 0 (-1 without outputs). */
-ZOOMAF_API int32_t get_pd_and_lc(int64_t* cl, int64_t* pd);
-/* The analogue gain factor 1024 / (1024 - code) of the gain code in 0x0204/0x0205. 0. */
-ZOOMAF_API int32_t get_gain_value(int64_t* gain);
 
 /* ---- Defocus library input (service/pdaf_input.cpp) ------------------------------------- */
 

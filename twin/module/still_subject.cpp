@@ -1,17 +1,21 @@
-#include "twin/still_subject.hpp"
+#include "twin/module/still_subject.hpp"
 
-#include "twin/board.hpp"
-#include "twin/lens_model.hpp"
+#include "twin/module/board.hpp"
+#include "twin/module/lens_model.hpp"
 
 namespace zoomaf::twin {
 namespace {
 
 constexpr double kHalfWidthSteps = 30.0;  // defocus at which the sharpness halves
 
+int physical_position(const Board& board, Motor motor) {
+    return board.with<LensMotor>(motor, [](const LensMotor& m) { return m.position(); });
+}
+
 }  // namespace
 
 double true_focus_step(const Board& board, double distance_m) {
-    return in_focus_focus_step(board.motor_position(Motor::zoom), distance_m);
+    return in_focus_focus_step(physical_position(board, Motor::zoom), distance_m);
 }
 
 FocusValues still_subject_focus_values(double defocus_steps) {
@@ -24,7 +28,7 @@ FocusValues still_subject_focus_values(double defocus_steps) {
 Encoder::Source still_subject_source(const Board& board, double distance_m) {
     return [&board, distance_m](uint64_t) {
         const double defocus =
-            board.motor_position(Motor::focus) - true_focus_step(board, distance_m);
+            physical_position(board, Motor::focus) - true_focus_step(board, distance_m);
         return still_subject_focus_values(defocus);
     };
 }

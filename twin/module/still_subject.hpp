@@ -7,7 +7,7 @@
 
 #include <cstdint>
 
-#include "twin/encoder.hpp"
+#include "twin/module/encoder.hpp"
 
 namespace zoomaf::twin {
 
