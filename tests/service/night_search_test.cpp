@@ -1,6 +1,8 @@
 // The night contrast search on the twin's motors: the ranges from the laser, the coarse walk,
 // the big-step and small-step searches, the record's bounds, and whole searches against a
-// sharpness function of the focus motor's physical position.
+// sharpness function of the focus motor's physical position. A synthetic lens table row
+// (steps falling by 10 a column: 2000 at column 0, 1940 at 6 m, 950 at 600 m) with the night
+// range the loop derives from it serves the parts; the whole searches use the shipped table.
 #include <gmock/gmock.h>
 
 #include <algorithm>
@@ -9,12 +11,103 @@
 #include <vector>
 
 #include "service/night_search_internal.hpp"
-#include "tests/service/night_search_fixture.hpp"
+#include "tests/support/twin_test.hpp"
+#include "zoomaf/app_pdaf.h"
+#include "zoomaf/lib_motor.h"
+#include "zoomaf/night_focus.h"
 
 namespace zoomaf::test {
 namespace {
 
 using ::testing::HasSubstr;
+
+constexpr int kRow = 40;
+
+int32_t synthetic_step(int column) {
+    return 2000 - 10 * column;
+}
+
+// The night range of the current row, as the loop sets it.
+void set_range_of_row() {
+    night_focus_man.range_near = TxtToDat[current_multiple_index][6];
+    night_focus_man.range_far = TxtToDat[current_multiple_index][105] - 50;
+}
+
+struct SearchRun {
+    int32_t in_focus;             // where the sharpness peaks
+    int frames;                   // search calls, one per frame
+    int32_t error;                // final physical position minus in_focus
+    int32_t last_near, last_far;  // the ends of the last (small-step) list
+};
+
+// The motor driver up with both motors physically at step 0, where the driver starts counting.
+class NightSearch : public TwinTest {
+protected:
+    twin::BoardConfig board_config() override { return {.zoom_start = 0, .focus_start = 0}; }
+
+    void SetUp() override {
+        TwinTest::SetUp();
+        bring_up_driver();
+        quietly(LoadParamList);
+        defauult_probe_dir = -1;
+        current_multiple_index = kRow;
+        for (int c = 0; c < LENS_TABLE_COLUMNS; ++c) TxtToDat[kRow][c] = synthetic_step(c);
+        start_record();
+    }
+
+    // The record as the loop's first night pass hands it to the range calls.
+    static void start_record() {
+        std::memset(&night_focus_man, 0, sizeof night_focus_man);
+        set_range_of_row();
+        night_focus_man.state = NIGHT_STATE_COARSE;
+        night_focus_man.interval_near = night_focus_man.interval_far = NIGHT_FV_NOT_MEASURED;
+    }
+
+    // The service's own move: the focus motor to step, read back into motor_position.
+    static void move_focus(int32_t step) {
+        quietly([&] {
+            SetFocusLens(static_cast<int16_t>(step), 0);
+            motor_position = GetCurSteps(MOTOR_FOCUS);
+        });
+    }
+
+    int32_t focus_position() { return motor_at(twin::Motor::focus); }
+
+    // One night search with the shipped lens table, run as the loop runs it: the range
+    // from the laser or the coarse points, then one search call per frame with the sharpness
+    // at the focus motor's physical position, until done. The sharpness peaks unit_offset
+    // steps off the table's step of in_focus_column; the motor starts where motor
+    // initialisation leaves it (the 10 m column), walking toward far.
+    SearchRun run_search(float multiple, int in_focus_column, int unit_offset, uint32_t distance,
+                         bool laser) {
+        current_multiple = multiple;
+        current_multiple_index = AppSetMultipleSectionRelation(multiple);
+        const int row = current_multiple_index;
+        start_record();
+        defauult_probe_dir = -1;
+        move_focus(TxtToDat[row][10]);
+        SearchRun run{.in_focus = TxtToDat[row][in_focus_column] + unit_offset};
+        quietly([&] {
+            laser ? get_exact_search_range_by_laser(distance) : get_rough_search_range_by_laser();
+        });
+        while (night_focus_man.state != NIGHT_STATE_DONE && run.frames < 100) {
+            const double defocus = focus_position() - run.in_focus;
+            const auto fv = static_cast<int64_t>(50000 + 1e6 * 900 / (900 + defocus * defocus));
+            ++run.frames;
+            quietly([&] {
+                const int32_t state = night_focus_man.state;
+                if (state == NIGHT_STATE_COARSE) do_coarch_search(0, fv);
+                if (state == NIGHT_STATE_BIGSTEP) do_bigstep_exact_search(0, fv);
+                if (state == NIGHT_STATE_SMALLSTEP) do_smallstep_exact_search(0, fv);
+            });
+        }
+        run.error = focus_position() - run.in_focus;
+        const int32_t last = std::clamp(night_focus_man.exact_last, 0, NIGHT_EXACT_POINTS - 1);
+        run.last_near = night_focus_man.exact_points[0].step;
+        run.last_far = night_focus_man.exact_points[last].step;
+        return run;
+    }
+};
 
 // The synthetic row's coarse points: columns 6, 10, 25, 60 and 105.
 constexpr std::array<int32_t, 5> kCoarseSteps = {1940, 1900, 1750, 1400, 950};
