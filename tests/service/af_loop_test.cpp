@@ -298,8 +298,7 @@ protected:
     auto scripted(const std::string& script, F&& f) {
         FILE* in = fmemopen(const_cast<char*>(script.data()), script.size(), "r");
         EXPECT_NE(in, nullptr);
-        decltype(f(in)) result{};
-        output_ = captured([&] { result = f(in); });
+        const auto result = call([&] { return f(in); });
         std::fclose(in);
         return result;
     }
@@ -393,7 +392,7 @@ TEST_F(ConsoleTest, TvkTestSetAreamodeBounds) {
 TEST_F(ConsoleTest, TimeIntervalPrintsTheWallClockMilliseconds) {
     quietly([] { time_interval_test(); });
     board().sleep_ns(250'000'000);
-    output_ = captured([] { time_interval_test(); });
+    call(time_interval_test);
     EXPECT_EQ(output_, "~timeinterval:250ms\r\n");
 }
 

@@ -84,6 +84,8 @@ protected:
         quietly([&] { SetFocusLens(static_cast<int16_t>(step), 0); });
         motor_position = focus_position();
     }
+
+    PdLibInputData record_{};  // what a readout fills and the centre focus acts on
 };
 
 TEST(PdClDecoding, EdgesOfTheElevenBitField) {
@@ -157,16 +159,7 @@ TEST(WindowChoice, ClosestToTheAveragePdWithTiesToTheSmallerMagnitude) {
     EXPECT_EQ(untouched, 5);
 }
 
-class Readout : public DayFocusTest {
-protected:
-    // Runs the centre grid readout: returns its outputs, keeps its messages.
-    std::pair<int64_t, int64_t> read_centre() {
-        int64_t cl = -1, pd = -1;
-        output_ = captured([&] { get_pd_and_lc_48windwos_test(&record_, &cl, &pd, nullptr); });
-        return {cl, pd};
-    }
-    PdLibInputData record_{};
-};
+using Readout = DayFocusTest;
 
 TEST_F(Readout, SingleWindowAndGain) {
     set_grid({{0, -7, 1234}, {1, 300, 2047}});
@@ -193,30 +186,27 @@ TEST_F(Readout, CentrePassBeforeTheRingWithItsPdBound) {
     const Case cases[] = {
         // Centre windows above CL 1000 at any PD: average (30 + 10 - 5) / 3 = 11, closest 10.
         // 28 at CL 1000 does not count; the ring is not looked at.
-        {"centre",
-         0,
+        // clang-format off
+        {"centre", 0,
          {{19, 30, 2047}, {20, 10, 1500}, {27, -5, 1001}, {28, 11, 1000}, {10, 11, 2047}},
-         20,
-         1500,
-         10},
+         20, 1500, 10},
         {"centre window far off still counts", 0, {{36, -900, 1100}}, 36, 1100, -900},
         // No centre window above 1000: the ring within |PD| <= 200; -200 and 150 tie at 175
         // from the average -25, and 150 has the smaller magnitude.
-        {"ring",
-         0,
+        {"ring", 0,
          {{19, 0, 1000}, {10, 250, 2047}, {13, -200, 1200}, {29, 150, 1001}, {37, 201, 2047}},
-         29,
-         1001,
-         150},
+         29, 1001, 150},
         // The calibration is added before the bound: 195 + 10 is out, 0 + 10 is in.
         {"calibrated ring", 10, {{26, 195, 2047}, {34, 0, 1800}}, 34, 1800, 10},
         {"nothing", 0, {{0, 0, 2047}, {47, 0, 2047}, {10, 300, 2047}}, PDAF_NO_WINDOW, 400, 0},
+        // clang-format on
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
         pd_calibration_value = c.calibration;
         set_grid(c.windows);
-        const auto [cl, pd] = read_centre();
+        int64_t cl = -1, pd = -1;
+        call([&] { get_pd_and_lc_48windwos_test(&record_, &cl, &pd, nullptr); });
         EXPECT_EQ(zy_current_select_win, c.chosen);
         EXPECT_EQ(cl, c.cl);
         EXPECT_EQ(pd, c.pd);
@@ -270,7 +260,7 @@ TEST_F(Readout, FreeGroupStaysOnTheGrid) {
         free_focus_pointx = c.x;
         free_focus_pointy = c.y;
         int64_t cl = 0, pd = 0;
-        output_ = captured([&] { get_pd_and_lc_freewindows_test(&record_, &cl, &pd, nullptr); });
+        call([&] { get_pd_and_lc_freewindows_test(&record_, &cl, &pd, nullptr); });
         EXPECT_THAT(listed_group(output_), ElementsAreArray(c.group));
         if (*c.edge != '\0') {
             EXPECT_THAT(output_, HasSubstr(c.edge));
@@ -315,7 +305,7 @@ TEST_F(Readout, EightWindowLayoutChoosesFromThreeConfidentWindows) {
             for (int k = 0; k < 8; ++k) s.set_window_pd_cl(k, 10 * k, c.cl[static_cast<size_t>(k)]);
         });
         int64_t cl = -1, pd = -1;
-        output_ = captured([&] { get_pd_and_lc_7windwos_test(&record_, &cl, &pd); });
+        call([&] { get_pd_and_lc_7windwos_test(&record_, &cl, &pd); });
         EXPECT_EQ(cl, c.cl_out);
         EXPECT_EQ(pd, c.pd_out);
         EXPECT_EQ(current_select_pdaf_window, c.select);
@@ -363,7 +353,7 @@ TEST_F(Operations, CentreModeToleratesPoorReadingsThenProbes) {
         PdLibInputData record = window_record(20, 0, c.cl);
         const int start = focus_position();
         int answered = 0;
-        output_ = captured([&] {
+        call([&] {
             while (answered < 12 && APPSetCenterFocusOpr(0, &record) == -1) ++answered;
         });
         if (c.tolerated < 0) {
@@ -383,7 +373,7 @@ TEST_F(Operations, CentreModeToleratesPoorReadingsThenProbes) {
     EXPECT_EQ(focus_position(), before);
     EXPECT_EQ(probe_number, 4);
     PdLibInputData at_151 = window_record(20, -200, 151);
-    output_ = captured([&] { APPSetCenterFocusOpr(0, &at_151); });
+    call([&] { APPSetCenterFocusOpr(0, &at_151); });
     EXPECT_GT(focus_position(), before + 10) << "PD -200 moves toward the far side by ~24 steps";
     EXPECT_THAT(output_, HasSubstr("calibration:0,cl:151,pd:-200,motor_position:"));
 }
@@ -435,7 +425,7 @@ TEST_F(Operations, FreeScanVisitsTheRangeThenFallsBackToTheBestCl) {
     auto read_at_position = [&] {
         // The best CL (140) is seen at step 48; nothing reaches 150.
         PdLibInputData record = window_record(20, 0, focus_position() == 48 ? 140 : 60);
-        output_ = captured([&] { APPSetFreeFocusOpr(0, &done, &over, &record); });
+        call([&] { APPSetFreeFocusOpr(0, &done, &over, &record); });
         visited.push_back(focus_position());
     };
     while (over == 0 && visited.size() < 12) read_at_position();
@@ -466,14 +456,14 @@ TEST_F(Operations, MovesStayInTheRangeAndNeverMoveForNothing) {
         {"manual -0.25: no lower clamp", [] { APPSetManualFocusOpr(-0.25f); }, -2250},
     };
     for (const Case& c : cases) {
-        output_ = captured(c.move);
+        call(c.move);
         EXPECT_EQ(focus_position(), c.expected) << c.what;
         EXPECT_EQ(motor_position, c.expected) << c.what;
     }
     // At the end already: the clamped target is where the lens stands, nothing runs.
     quietly([] { APPSetManualFocusOpr(1.0f); });
     const uint64_t pulses = vd_pulses();
-    output_ = captured([] { AppSetMotorMoveByOffset(5); });
+    call([] { AppSetMotorMoveByOffset(5); });
     EXPECT_EQ(output_, "warnning:target motor_position:1505 was out of range:-1500~1500\r\n");
     EXPECT_EQ(vd_pulses(), pulses);
 }
@@ -484,7 +474,7 @@ TEST_F(Operations, BenchLoopFocusesUntilAskedToStop) {
     quietly([] { set_pdaf_windows_free_area(1500, 1000, 666, 500); });
     set_grid({{0, -200, 2047}});
     int32_t loop_result = -1;
-    output_ = captured([&] {
+    call([&] {
         std::thread loop([&] { loop_result = AutoFocusByPDAF(); });
         const auto give_up = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         while (motor_at(twin::Motor::focus) == 0 && std::chrono::steady_clock::now() < give_up) {
@@ -519,11 +509,8 @@ protected:
     int32_t step(int window, int64_t pd, int64_t cl) {
         zy_current_select_win = window;
         record_ = window_record(window == PDAF_NO_WINDOW ? 20 : window, pd, cl);
-        int32_t result = 0;
-        output_ = captured([&] { result = APPSetCenterFocusOprByAssitInfo(0, &record_); });
-        return result;
+        return call([&] { return APPSetCenterFocusOprByAssitInfo(0, &record_); });
     }
-    PdLibInputData record_{};
 };
 
 TEST_F(CentreFocus, WithoutAWindowCountsTwoAPassThenFollowsTheLaser) {
