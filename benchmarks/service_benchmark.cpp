@@ -3,8 +3,6 @@
 // prescribed 3 s pause, which costs nothing in the twin's virtual time). The messages go
 // to /dev/null while the loads are timed: printing them is part of the cost.
 #include <benchmark/benchmark.h>
-#include <fcntl.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
@@ -12,29 +10,13 @@
 #include <sstream>
 #include <string>
 
+#include "benchmarks/quiet_stdout.hpp"
 #include "twin/module/board.hpp"
 #include "zoomaf/app_pdaf.h"
 
 namespace {
 
-class QuietStdout {
-public:
-    QuietStdout() {
-        std::fflush(stdout);
-        saved_ = ::dup(STDOUT_FILENO);
-        const int null = ::open("/dev/null", O_WRONLY);
-        ::dup2(null, STDOUT_FILENO);
-        ::close(null);
-    }
-    ~QuietStdout() {
-        std::fflush(stdout);
-        ::dup2(saved_, STDOUT_FILENO);
-        ::close(saved_);
-    }
-
-private:
-    int saved_;
-};
+using zoomaf::bench::QuietStdout;
 
 std::string lens_table_csv() {
     std::ifstream in(ZOOMAF_DATA_DIR "/zy_240408_tvk_update.csv", std::ios::binary);

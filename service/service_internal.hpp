@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "zoomaf/app_pdaf.h"
+#include "zoomaf/assist_info.h"
 
 namespace zoomaf {
 
@@ -17,6 +18,14 @@ inline int32_t wrapping_add(int32_t a, int32_t b) {
 // the table takes it. row and column must be inside the table.
 inline int32_t calibrated_step(int row, int column) {
     return wrapping_add(TxtToDat[row][column], calibration_offset_step);
+}
+
+// The lens table's distance column for a laser distance in 0.1 m: 101 (200 m) beyond 200 m
+// and without an echo, 100 from 100.1 m, else whole metres (0 below 1 m).
+inline int laser_distance_column(uint16_t distance) {
+    if (distance == LASER_NO_ECHO || distance > 2000) return 101;
+    if (distance > 1000) return 100;
+    return distance / 10;
 }
 
 // The current zoom's row of mator_step_section, or -1 when multiple_index is outside it.

@@ -6,30 +6,25 @@
 //    and period sleeps), timer slack and sleep overshoot included;
 //  - a zoom's elapsed time over its pacing limit, the sum over its periods of the period
 //    waits (GetTimes + 1.515 ms).
-#include <time.h>
-
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
 #include <string>
 
+#include "tools/demo_options.hpp"
 #include "twin/kernel/recording_platform.hpp"
 #include "twin/module/board.hpp"
 #include "zoomaf/lib_motor.h"
 
 namespace {
 
+using zoomaf::tools::position;
+using zoomaf::tools::real_ns;
+using zoomaf::tools::timing_faults;
+using zoomaf::tools::vd_pulses;
 using zoomaf::twin::Board;
 using zoomaf::twin::Motor;
 using zoomaf::twin::RecordingPlatform;
 
 constexpr uint64_t kPeriodWaitMinNs = 1515000;  // every period wait ends with 1.515 ms
-
-uint64_t real_ns() {
-    timespec ts{};
-    clock_gettime(CLOCK_MONOTONIC, &ts);
-    return uint64_t(ts.tv_sec) * 1000000000u + uint64_t(ts.tv_nsec);
-}
 
 struct Pacing {
     const char* what = "";
@@ -39,18 +34,6 @@ struct Pacing {
     double elapsed_ns = 0;
     int zoom = 0, focus = 0, driver_zoom = 0, driver_focus = 0;
 };
-
-int position(Board& board, Motor motor) {
-    return board.with<zoomaf::twin::LensMotor>(motor, [](auto& m) { return m.position(); });
-}
-uint64_t vd_pulses(Board& board) {
-    return board.with<zoomaf::twin::DriverChip>([](auto& chip) { return chip.vd_pulses(); });
-}
-size_t timing_faults(Board& board) {
-    size_t count = 0;
-    for (const auto& fault : board.faults()) count += fault.kind == zoomaf::twin::FaultKind::timing;
-    return count;
-}
 
 template <class Move>
 Pacing measured(const char* what, Board& board, RecordingPlatform& meter, double speed, Move move) {
@@ -88,21 +71,11 @@ void report(const Pacing& p) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    double speed = 1.0;
-    bool ms41908 = false;
-    uint64_t seed = 2026;
-    for (int i = 1; i < argc; ++i) {
-        if (std::strcmp(argv[i], "--speed") == 0 && i + 1 < argc) {
-            speed = std::atof(argv[++i]);
-        } else if (std::strcmp(argv[i], "--seed") == 0 && i + 1 < argc) {
-            seed = std::strtoull(argv[++i], nullptr, 10);
-        } else if (std::strcmp(argv[i], "--ms41908") == 0) {
-            ms41908 = true;
-        } else {
-            speed = 0;
-        }
-    }
-    if (speed <= 0) {
+    const zoomaf::tools::DemoOptions options = zoomaf::tools::parse_demo_options(argc, argv, true);
+    const double speed = options.speed;
+    const uint64_t seed = options.seed;
+    const bool ms41908 = options.ms41908;
+    if (!options.valid) {
         std::fprintf(stderr,
                      "usage: zoomaf-motor-demo [--speed N] [--seed S] [--ms41908]\n"
                      "  N > 0 runs the twin N times faster than real time (default 1)\n");

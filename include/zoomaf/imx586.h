@@ -1,7 +1,8 @@
 /* The IMX586 image sensor side of the camera module: register access over I2C (the sensor,
    its identification registers, the module memory and the lens voice-coil driver), the
-   PDAF window layouts, and the sensor's calibration data (LRC gain tables, DCC region and
-   the DCC values from a file or the module memory).
+   PDAF window layouts, the PD/CL block and gain the day focus reads, and the sensor's
+   calibration data (LRC gain tables, DCC region and the DCC values from a file or the
+   module memory).
 
    The register primitives share process-wide transfer buffers and take no lock: sensor
    access is confined to one thread at a time, which is the callers' duty. */
@@ -53,6 +54,14 @@ ZOOMAF_API int set_pdaf_area_windows_by_center_coordinate(int32_t center_x, int3
 ZOOMAF_API int set_pdaf_windows_free_area(int32_t x_start, int32_t y_start, int32_t width,
                                           int32_t height);
 ZOOMAF_API int switch_pd_output(uint8_t value);
+
+/* ---- PD/CL readout (sensor/pd_readout.cpp) -------------------------------------------------- */
+
+/* Window 0 of the PD/CL block (0xC808..0xC80A) under the PD readout hold, decoded; no
+   calibration added. Note the order: CL first. 0 (-1 without outputs). */
+ZOOMAF_API int32_t get_pd_and_lc(int64_t* cl, int64_t* pd);
+/* The analogue gain factor 1024 / (1024 - code) of the gain code in 0x0204/0x0205. 0. */
+ZOOMAF_API int32_t get_gain_value(int64_t* gain);
 
 /* ---- Calibration data (sensor/calibration_tables.cpp, dcc_data.cpp, lrc_data.cpp,
    register_sets.cpp) ------------------------------------------------------------------------ */

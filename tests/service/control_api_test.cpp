@@ -304,12 +304,6 @@ bool wait_for(Pred pred) {
     return pred();
 }
 
-bool service_lock_free() {
-    if (pthread_mutex_trylock(&motro_safe_lock) != 0) return false;
-    unlock();
-    return true;
-}
-
 class HostEntries : public TwinTest {
 protected:
     uint64_t sleep_calls() {

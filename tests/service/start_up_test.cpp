@@ -5,8 +5,6 @@
 #include <gmock/gmock.h>
 #include <cmath>
 #include <cstring>
-#include <fstream>
-#include <sstream>
 
 #include "tests/support/twin_test.hpp"
 #include "zoomaf/app_pdaf.h"
@@ -106,15 +104,6 @@ TEST(MultipleRow, TheMultiplesMapToTheirRowsAndTheEndsClamp) {
     }
     for (float low : {0.5f, -3.0f, std::nanf("")}) EXPECT_EQ(AppSetMultipleSectionRelation(low), 0);
     for (float high : {18.0f, 1e30f}) EXPECT_EQ(AppSetMultipleSectionRelation(high), 169);
-}
-
-// The content of a file shipped in data/.
-std::string data_file(const std::string& name) {
-    std::ifstream in(std::string(ZOOMAF_DATA_DIR) + "/" + name, std::ios::binary);
-    std::ostringstream content;
-    content << in.rdbuf();
-    if (!in) ADD_FAILURE() << "cannot read data/" << name;
-    return content.str();
 }
 
 using Calibration = TwinTest;

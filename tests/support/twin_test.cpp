@@ -1,15 +1,22 @@
 #include "tests/support/twin_test.hpp"
 
+#include <cmath>
 #include <csignal>
 #include <cstring>
+#include <fstream>
 #include <functional>
+#include <sstream>
 #include <vector>
 
 #include "ipc/ipc_internal.hpp"
+#include "twin/module/still_subject.hpp"
 #include "zoomaf/app_pdaf.h"
 #include "zoomaf/assist_info.h"
 #include "zoomaf/imx586.h"
 #include "zoomaf/lib_motor.h"
+#include "zoomaf/night_focus.h"
+#include "zoomaf/pdaf_focus.h"
+#include "zoomaf/zoom_control.h"
 
 namespace zoomaf::test {
 
@@ -38,6 +45,16 @@ public:
         keep(gSpiDev, reg_addr_psum_f, reg_addr_intct_f, reg_addr_psum_z, reg_addr_intct_z,
              REG_ADDR_PPW_F, REG_ADDR_PPW_Z, reg_motor, gRunData, gFocusParam, old_error_step,
              run_times, msVersion, moVersion, lastdirection, curteps);
+        keep(pdaf_indata, p_DefocusOKNGThrLine, offsetData, go_cl_info, go_pd_info,
+             go_offset_distance, Manual_cl_pd, zycl, zypd, zy_current_select_win, ignorecnt,
+             freeignorecnt, try_direction, try_counter, probe_number, fail_counter_level_50,
+             fail_counter_level_150, shock_manager, free_focus_probe_counter, temp_max_fd_cl_value,
+             temp_max_fd_cl_motor_step);
+        keep(m0_motor, m0_pd, m0_cl, m0_windeos, m1_motor, m1_pd, m1_cl, m1_windeos, lock_value,
+             true_cnt, need_laser_cnt, zy_shock_cnt, zy_judge_shock_cnt,
+             current_lowlevel_limit_counter, low_ten_pd_motor, zy_focus_lock_step, laser_1600m_cnt,
+             laser_4m_cnt);
+        keep(night_focus_man, frist_zoom, is_out_20_step, meter_index_min, OldISValue);
     }
 
     void restore() const {
@@ -86,6 +103,20 @@ void reset_service_globals() {
     load_time_globals().restore();
 }
 
+std::string data_file(const std::string& name) {
+    std::ifstream in(std::string(ZOOMAF_DATA_DIR) + "/" + name, std::ios::binary);
+    std::ostringstream content;
+    content << in.rdbuf();
+    if (!in) ADD_FAILURE() << "cannot read data/" << name;
+    return content.str();
+}
+
+bool service_lock_free() {
+    if (pthread_mutex_trylock(&motro_safe_lock) != 0) return false;
+    unlock();
+    return true;
+}
+
 void TwinTest::SetUp() {
     for (int i = 0; i < 3; ++i) sigaction(kFatalSignals[i], nullptr, &saved_handlers_[i]);
     reset_service_globals();
@@ -95,6 +126,7 @@ void TwinTest::SetUp() {
 }
 
 void TwinTest::TearDown() {
+    laser_.reset();
     // The motor driver keeps the SPI device open for the life of the process.
     if (gSpiDev.fd >= 0) board_->close(gSpiDev.fd);
     check_recorded_faults();
@@ -188,6 +220,39 @@ size_t TwinTest::recorded(twin::FaultKind kind) {
     size_t count = 0;
     for (const twin::RecordedFault& fault : board_->faults()) count += fault.kind == kind;
     return count;
+}
+
+void TwinTest::start_focus_service() {
+    for (const char* name : {LENS_TABLE_FILE, IMX586_DCC_FILE})
+        board().write_file(name, data_file(name));
+    quietly([] {
+        ASSERT_EQ(ReadAFTXT(), READ_AFTXT_OK);
+        ASSERT_EQ(VrelShareManInit(&LaserMenManHandle, VREL_LASER_CHANNEL), 0);
+        InitPDSetting();
+    });
+}
+
+void TwinTest::start_motors(float multiple) {
+    quietly([&] {
+        UnInitmotor();
+        VerificationSetMotordevInit(multiple);
+    });
+    ASSERT_EQ(init_motor_status, 0);
+    if (position_error_ >= 0 && position_error_ < 2) position_error_ = 2;
+}
+
+twin::Laser& TwinTest::laser_on(uint16_t decimetres) {
+    if (!laser_) laser_.emplace(board());
+    laser_->set_no_echo(decimetres == LASER_NO_ECHO);
+    if (decimetres != LASER_NO_ECHO) laser_->set_distance(decimetres);
+    last_laser = decimetres;
+    board().sleep_ns(100'000'000);
+    return *laser_;
+}
+
+int TwinTest::focus_error(double distance_m) {
+    return static_cast<int>(
+        std::lround(motor_at(twin::Motor::focus) - twin::true_focus_step(board(), distance_m)));
 }
 
 }  // namespace zoomaf::test

@@ -25,6 +25,7 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <optional>
 #include <set>
 #include <string>
 #include <type_traits>
@@ -34,6 +35,7 @@
 #include "tests/support/captured_output.hpp"
 #include "twin/kernel/recording_platform.hpp"
 #include "twin/module/board.hpp"
+#include "twin/module/laser.hpp"
 
 namespace zoomaf::test {
 
@@ -41,6 +43,12 @@ namespace zoomaf::test {
 // value it had when the program was loaded. The self-study memory stays allocated, cleared,
 // so that tests do not leak it.
 void reset_service_globals();
+
+// The content of a file shipped in data/ (a test failure when it cannot be read).
+std::string data_file(const std::string& name);
+
+// The service lock (motro_safe_lock) is free: taken and given back at once.
+bool service_lock_free();
 
 class TwinTest : public ::testing::Test {
 protected:
@@ -101,12 +109,30 @@ protected:
     uint64_t slept_ns();
     size_t recorded(twin::FaultKind kind);
 
+    // ---- the focus service started as the bench starts it ----
+    // The lens table and the DCC file from data/ loaded, the laser channel attached and the
+    // sensor set up for the day focus (InitPDSetting), quietly.
+    void start_focus_service();
+    // The motor driver initialised, both motors homed from where the board put them, then
+    // zoomed to multiple with its 10 m focus step (VerificationSetMotordevInit), quietly.
+    // Homing stops up to 2 steps past the edge: that position error is allowed from here on.
+    void start_motors(float multiple);
+    // The laser measuring a subject at decimetres (LASER_NO_ECHO: no echo), its first
+    // reading published; the reader's jump filter starts from that distance. The laser is
+    // the fixture's: laser_off() or the end of the test removes it.
+    twin::Laser& laser_on(uint16_t decimetres);
+    void laser_off() { laser_.reset(); }
+    // The focus motor's physical position minus the twin's true in-focus step for a still
+    // subject at distance_m, rounded.
+    int focus_error(double distance_m);
+
 private:
     void check_recorded_faults();
     void check_positions();
 
     std::unique_ptr<twin::Board> board_;
     std::unique_ptr<twin::RecordingPlatform> recorder_;
+    std::optional<twin::Laser> laser_;
     std::set<twin::FaultKind> expected_faults_;
     int position_error_ = 0;
     struct sigaction saved_handlers_[3] = {};

@@ -38,6 +38,11 @@ public:
             if (w.path == path) matching.push_back(w);
         return matching;
     }
+    // Every sleep requested, in order.
+    std::vector<uint64_t> sleeps() const {
+        std::lock_guard lock(mutex_);
+        return sleeps_;
+    }
     // Sum of the requested sleeps of at least min_ns each (the VD period waits are the only
     // sleeps of 1.515 ms and more).
     uint64_t slept_ns_at_least(uint64_t min_ns) const {

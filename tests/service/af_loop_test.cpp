@@ -1,0 +1,400 @@
+// The auto-focus loop pass by pass on the twin: the changes a pass notices, the night state
+// machine against a still subject, the focus-value retries, the Run variant's pause and stop
+// handshake; and the test console fed from a script: the menu and its answers letter for
+// letter, bad entries, the end of input, the free-mode point typed in and the interval
+// printer.
+
+#include <algorithm>
+#include <cstdio>
+#include <initializer_list>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "service/af_loop.hpp"
+#include "service/console.hpp"
+#include "tests/support/twin_test.hpp"
+#include "twin/module/encoder.hpp"
+#include "twin/module/still_subject.hpp"
+#include "zoomaf/af_loop.h"
+#include "zoomaf/app_pdaf.h"
+#include "zoomaf/assist_info.h"
+#include "zoomaf/night_focus.h"
+
+namespace zoomaf::test {
+namespace {
+
+constexpr uint64_t kMs = 1'000'000;
+
+// The service started as the bench starts it, the motors homed and zoomed to x3.5, a loop
+// state driven pass by pass in virtual time, and the video encoder publishing the focus
+// values of a still subject in front of the twin's lens.
+class AfLoopTest : public TwinTest {
+protected:
+    void SetUp() override {
+        TwinTest::SetUp();
+        start_focus_service();
+        start_motors(3.5f);
+    }
+
+    void start(LoopVariant variant) {
+        quietly([&] { start_af_loop(state_, variant); });
+    }
+
+    // One pass with its messages in output_ and only its own requests in the recorder.
+    bool pass() {
+        recorder().clear();
+        return call([&] { return run_af_pass(state_); });
+    }
+
+    // The encoder publishing every frame the focus values of a still subject at distance_m.
+    void encoder_on(double distance_m) {
+        if (!encoder_) encoder_.emplace(board());
+        encoder_->set_source(twin::still_subject_source(board(), distance_m));
+    }
+
+    // How many sleeps of exactly ns the last pass asked for.
+    int sleeps_of(uint64_t ns) {
+        const std::vector<uint64_t> sleeps = recorder().sleeps();
+        return static_cast<int>(std::count(sleeps.begin(), sleeps.end(), ns));
+    }
+
+    AfLoopState state_;
+    std::optional<twin::Encoder> encoder_;
+};
+
+// Each part occurs in text, after the one before it.
+::testing::AssertionResult in_order(const std::string& text,
+                                    std::initializer_list<std::string> parts) {
+    size_t from = 0;
+    for (const std::string& part : parts) {
+        const size_t at = text.find(part, from);
+        if (at == std::string::npos)
+            return ::testing::AssertionFailure() << "missing, or out of order: " << part;
+        from = at + part.size();
+    }
+    return ::testing::AssertionSuccess();
+}
+
+// A zoom in free mode goes back to centre mode and starts afresh on the same pass; the
+// default search direction follows every zoom.
+TEST_F(AfLoopTest, ZoomChangesLeaveFreeModeAndSetTheProbeDirection) {
+    start(LoopVariant::application);
+    current_focus_mode = PDAF_FREE_MODE;
+    pass();                      // the free mode seen
+    is_free_focus_opr_over = 1;  // the free focus was over
+    laser_focus_compensation = 7;
+    pdafcnt_over_multiple_change = 9;
+    current_multiple = 5.0f;
+    pass();
+    EXPECT_EQ(current_focus_mode, PDAF_CENTER_MODE);
+    EXPECT_EQ(pdafcnt_over_multiple_change, 1);  // cleared, then this pass's centre step
+    EXPECT_EQ(laser_focus_compensation, -5);
+    EXPECT_EQ(is_free_focus_opr_over, 0);
+    EXPECT_EQ(current_multiple_index, 40);
+    const std::string range = "变倍后夜间模式 focus范围:" + std::to_string(TxtToDat[40][6]) + "-" +
+                              std::to_string(TxtToDat[40][105] - 50) + "\r\n";
+    EXPECT_TRUE(in_order(
+        output_, {"******multiple change,so set center mode\r\n",
+                  "由倍数3.500100变到5.000000,小到大，所默认方向设置为近焦:1\r\n", range,
+                  "********change to center windows!\r\n",
+                  "change mode or change multiple set laser_focus_compensation to be zero!\r\n",
+                  "\r\n\r\n获取48窗口前,当前倍数:5.000000"}));
+
+    for (const auto& [multiple, dir, text] :
+         {std::tuple{4.0f, -1, "由倍数5.000000变到4.000000,大到小，所默认方向设置为远焦:-1\r\n"},
+          std::tuple{4.0f, -1, ""},  // no zoom: nothing noticed
+          std::tuple{4.5f, 1, "由倍数4.000000变到4.500000,小到大，所默认方向设置为近焦:1\r\n"}}) {
+        current_multiple = multiple;
+        pass();
+        EXPECT_EQ(defauult_probe_dir, dir) << multiple;
+        EXPECT_EQ(output_.find("由倍数") != std::string::npos, *text != '\0') << multiple;
+        EXPECT_NE(output_.find(text), std::string::npos) << output_;
+    }
+}
+
+// A night search from state 0 to state 4 against a still subject; in state 4 the loop only
+// takes and releases the lock and sleeps one frame.
+TEST_F(AfLoopTest, NightSearchFromStartToTheSharpestPointThenIdles) {
+    struct Case {
+        const char* what;
+        std::optional<uint16_t> laser;  // none: no laser publishing at all
+        double subject_m;
+        const char* first_pass;
+        int32_t state_after_first;
+    };
+    for (const Case& c : {
+             // First: the laser channel keeps the last measurement of a laser that went.
+             Case{"no laser", std::nullopt, 20.0,
+                  "\r\n初始化阶段,无有效雷达值:0,开始进行粗搜索范围确认!\r\n", NIGHT_STATE_COARSE},
+             Case{"laser on the subject", 120, 12.0,
+                  "\r\n初始化阶段，存在雷达值:120,开始进行精确搜索范围确认!\r\n",
+                  NIGHT_STATE_SMALLSTEP},
+             Case{"laser at its farthest", 16000, 20.0,
+                  "\r\n初始化阶段,无有效雷达值:16000,开始进行粗搜索范围确认!\r\n",
+                  NIGHT_STATE_COARSE},
+             // No echo is not among the values without an echo: it searches at 600 m.
+             Case{"no echo", LASER_NO_ECHO, 600.0,
+                  "\r\n初始化阶段，存在雷达值:65535,开始进行精确搜索范围确认!\r\n",
+                  NIGHT_STATE_SMALLSTEP},
+         }) {
+        SCOPED_TRACE(c.what);
+        if (c.laser) laser_on(*c.laser);
+        encoder_on(c.subject_m);
+        start(LoopVariant::console);
+        cur_day_night_mode = 1;
+        pass();
+        EXPECT_TRUE(in_order(
+            output_, {"将夜间模式清晰状态更新为未初始化!\r\n", "夜视对焦处于未初始化状态!\r\n",
+                      "获得用于策略评判的初次雷达值:", c.first_pass}));
+        EXPECT_EQ(output_.find("app_pdaf get fvinfo"), std::string::npos);
+        EXPECT_EQ(night_focus_man.state, c.state_after_first);
+
+        int passes = 1;
+        while (night_focus_man.state != NIGHT_STATE_DONE && passes < 80) {
+            pass();
+            ++passes;
+        }
+        ASSERT_EQ(night_focus_man.state, NIGHT_STATE_DONE);
+        EXPECT_LE(std::abs(focus_error(c.subject_m)), 3) << passes << " passes";
+
+        with<twin::DriverChip>([](twin::DriverChip& chip) { chip.clear_register_writes(); });
+        pass();
+        EXPECT_EQ(output_, "");
+        EXPECT_EQ(recorder().sleeps(), std::vector<uint64_t>{33 * kMs});
+        EXPECT_TRUE(recorder().writes().empty());
+        EXPECT_TRUE(with<twin::DriverChip>(
+            [](const twin::DriverChip& chip) { return chip.register_writes().empty(); }));
+        ASSERT_TRUE(service_lock_free());
+        cur_day_night_mode = 0;
+        laser_off();
+    }
+}
+
+// Without a new frame the loop tries four times, 15 ms apart, reports after the third
+// failure and runs the search step on the values it still holds.
+TEST_F(AfLoopTest, FourFailedFocusValueReadsThenAStaleStep) {
+    struct Case {
+        float multiple;
+        std::optional<uint16_t> laser;
+        int32_t state;
+        const char* report;
+    };
+    for (const Case& c : {
+             Case{
+                 3.5f, std::nullopt, NIGHT_STATE_COARSE,
+                 "\r\n\r\nError!!!get fv fail!\r\n\r\n\r\n\r\n\r\nError get fv sleep!\r\n\r\n\r\n"},
+             Case{5.0f, 120, NIGHT_STATE_BIGSTEP,
+                  "Error!!!get fv fail!\r\n\r\n\r\n\r\nError get fv sleep!\r\n\r\n\r\n"},
+             Case{3.5f, 120, NIGHT_STATE_SMALLSTEP,
+                  "\r\n\r\n!!!get fv fail!\r\n\r\n\r\nError get fv sleep!\r\n"},
+         }) {
+        SCOPED_TRACE(c.state);
+        if (c.laser) laser_on(*c.laser);
+        start(LoopVariant::application);
+        current_multiple = c.multiple;
+        cur_day_night_mode = 1;
+        pass();
+        ASSERT_EQ(night_focus_man.state, c.state);
+
+        state_.fv.fv2 = 4321;  // what the record holds from an earlier frame
+        const int32_t at = c.state == NIGHT_STATE_COARSE ? night_focus_man.coarse_index
+                                                         : night_focus_man.exact_index;
+        pass();
+        EXPECT_NE(output_.find(c.report), std::string::npos) << output_;
+        EXPECT_EQ(output_.find("app_pdaf get fvinfo"), std::string::npos);
+        EXPECT_EQ(sleeps_of(15 * kMs), 4);
+        EXPECT_EQ(sleeps_of(1000 * kMs), c.state == NIGHT_STATE_SMALLSTEP ? 1 : 0);
+        const int64_t stored = c.state == NIGHT_STATE_COARSE ? night_focus_man.coarse_points[at].fv
+                                                             : night_focus_man.exact_points[at].fv;
+        EXPECT_EQ(stored, 4321);
+        cur_day_night_mode = 0;
+        laser_off();
+    }
+}
+
+// The two variants differ in the row they start from, at night in free mode and on a new
+// free point.
+TEST_F(AfLoopTest, VariantsDifferInStartRowFreeModeAtNightAndNewPoints) {
+    for (LoopVariant variant : {LoopVariant::console, LoopVariant::application}) {
+        const bool console = variant == LoopVariant::console;
+        night_focus_man.state = NIGHT_STATE_SMALLSTEP;
+        start(variant);
+        // The console's variant starts from the row of x1.0 whatever the zoom.
+        const int32_t row = console ? 0 : 25;
+        EXPECT_EQ(current_multiple_index, row);
+        EXPECT_EQ(night_focus_man.state, NIGHT_STATE_UNINITIALISED);
+        EXPECT_EQ(night_focus_man.range_near, TxtToDat[row][6]);
+        EXPECT_EQ(night_focus_man.range_far, TxtToDat[row][105] - 50);
+        current_focus_mode = PDAF_FREE_MODE;
+        cur_day_night_mode = 1;
+        pass();
+        EXPECT_EQ(output_.find("夜视模式不支持区域对焦!\r\n") != std::string::npos, console);
+        EXPECT_EQ(output_.find("获取48窗口前") != std::string::npos, !console);
+
+        laser_focus_compensation = 3;
+        is_coordinates_update = 1;
+        pass();
+        EXPECT_EQ(is_coordinates_update, 0);
+        EXPECT_EQ(laser_focus_compensation, console ? 3 : -5);
+        EXPECT_EQ(output_.find("change coordinates set laser_focus_compensation to be zero!\r\n") !=
+                      std::string::npos,
+                  !console);
+        EXPECT_EQ(sleeps_of(50 * kMs), console ? 1 : 2);  // the point's pause; the Run period
+        current_focus_mode = PDAF_CENTER_MODE;
+        cur_day_night_mode = 0;
+    }
+}
+
+TEST_F(AfLoopTest, RunVariantSkipsPassesWhileZoomingAndStopsOnlyAfter) {
+    start(LoopVariant::application);
+    zoom_running_flag = 1;
+    onoff = 1;
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_TRUE(pass());
+        EXPECT_EQ(output_, "");
+        EXPECT_EQ(recorder().sleeps(), std::vector<uint64_t>{40 * kMs});
+    }
+    zoom_running_flag = 0;
+    EXPECT_FALSE(pass());
+    EXPECT_EQ(sleeps_of(50 * kMs), 1);
+    onoff = 0;
+}
+
+// The whole Run variant on its own thread, stopped from another, in real time.
+TEST_F(AfLoopTest, StopEndsTheRunVariantAndASecondStopReturnsOne) {
+    board().set_real_time(20);
+    const std::string printed = captured([&] {
+        std::thread loop([] { EXPECT_EQ(RunAFByUsingAssistInfo(), 0); });
+        board().sleep_ns(200 * kMs);
+        EXPECT_GT(StopAFByUsingAssistInfo(), 0);
+        loop.join();
+    });
+    board().set_virtual_time();
+    EXPECT_EQ(onoff, 0);
+    EXPECT_TRUE(in_order(printed, {"] Auto focus close Success!\r\n"}));
+    EXPECT_TRUE(in_order(
+        printed, {"[StopAFByUsingAssistInfo] [", "] StopAFByUsingAssistInfo  close auto pdaf\n"}));
+
+    onoff = 1;
+    EXPECT_EQ(StopAFByUsingAssistInfo(), 1);
+    EXPECT_EQ(onoff, 1);
+    onoff = 0;
+}
+
+const std::string kMenu =
+    "\r\nplease select the focus mode:\r\n"
+    "2->set to focus 1-time\r\n3->Change Multiple-A\r\n5->set day or night mode\r\n5->set "
+    "ircut:1day "
+    "2night\r\n";
+const std::string kDayNight = "\r\nplease input the day or night mode:0-day 1-night\r\n";
+const std::string kIrCut = "\r\nplease input the day or night mode:1-day 2-night\r\n";
+
+class ConsoleTest : public AfLoopTest {
+protected:
+    // Runs f on a stream that holds script, with its messages in output_.
+    template <class F>
+    auto scripted(const std::string& script, F&& f) {
+        FILE* in = fmemopen(const_cast<char*>(script.data()), script.size(), "r");
+        EXPECT_NE(in, nullptr);
+        const auto result = call([&] { return f(in); });
+        std::fclose(in);
+        return result;
+    }
+    void menu(const std::string& script) {
+        scripted(script, [](FILE* in) {
+            console_menu(in);
+            return 0;
+        });
+    }
+};
+
+TEST_F(ConsoleTest, MenuAnswersLetterForLetterUntilTheEndOfInput) {
+    is_free_focus_opr_over = 1;
+    night_focus_man.state = NIGHT_STATE_DONE;
+    menu("2\n4\n7\nabc\n5\n2\n5\n1\n6\n1\n6\n3 and more\n");
+    EXPECT_EQ(output_, kMenu + kMenu + kMenu + kMenu + kMenu + kDayNight +
+                           "warning:parameter:2 is out of range\r\n" + kMenu + kDayNight +
+                           "set day_night_mode value:1\r\n" + kMenu + kIrCut +
+                           "SetIrCutValue:1\r\n" + kMenu + kIrCut +
+                           "warning:parameter:3 is out of range\r\n" + kMenu);
+    EXPECT_EQ(is_free_focus_opr_over, 0);
+    EXPECT_EQ(night_focus_man.state, NIGHT_STATE_UNINITIALISED);
+    EXPECT_EQ(cur_day_night_mode, 1);
+}
+
+// An entry that is not a number acts as 0; the end of input in the middle of a choice ends
+// the menu without acting on it.
+TEST_F(ConsoleTest, UnreadableEntriesAndAnEndInTheMiddleOfAChoice) {
+    struct Case {
+        const char* script;
+        int32_t day_night_before;
+        std::string tail;
+        int32_t day_night_after;
+    };
+    for (const Case& c :
+         {Case{"5\nnight\n", 1, kDayNight + "set day_night_mode value:0\r\n" + kMenu, 0},
+          Case{"5\n", 0, kDayNight, 0}, Case{"5\n", 1, kDayNight, 1},
+          Case{"3", 0, "\r\nplease input the multiple\r\n", 0}, Case{"", 0, "", 0}}) {
+        cur_day_night_mode = c.day_night_before;
+        menu(c.script);
+        EXPECT_EQ(output_, kMenu + c.tail) << c.script;
+        EXPECT_EQ(cur_day_night_mode, c.day_night_after) << c.script;
+    }
+}
+
+TEST_F(ConsoleTest, ChangeMultipleZoomsWithinRangeAndTimesBoth) {
+    const float start = current_multiple;
+    menu("3\n11.01\n");
+    EXPECT_EQ(current_multiple, start);
+    EXPECT_NE(output_.find("\r\nplease input the multiple\r\nerrror:the input multiple was out of "
+                           "range:3.55~11.0\r\n\r\n run time is 0.000000 s\r\n"),
+              std::string::npos)
+        << output_;
+
+    menu("3\n5\n");
+    EXPECT_FLOAT_EQ(current_multiple, 5.0001f);
+    const size_t at = output_.find("\r\n run time is ");
+    ASSERT_NE(at, std::string::npos);
+    EXPECT_GT(std::stod(output_.substr(at + 15)), 0.1);  // the zoom took board time
+}
+
+TEST_F(ConsoleTest, TvkTestSetAreamodeBounds) {
+    struct Case {
+        const char* script;
+        int32_t result;
+        const char* refusal;  // nullptr: accepted
+    };
+    for (const Case& c : {Case{"3840 2160\n", 0, nullptr}, Case{"0\n0\n", 0, nullptr},
+                          Case{"3841 0\n", -2, "pointx:3841 and pointy:0"},
+                          Case{"0 2161\n", -2, "pointx:0 and pointy:2161"},
+                          Case{"x 5\n", -2, "pointx:-1 and pointy:-1"}}) {
+        current_focus_mode = MANUAL_FOCUS_MODE;
+        is_coordinates_update = 0;
+        is_free_focus_opr_over = 1;
+        free_focus_pointx = free_focus_pointy = 77;
+        recorder().clear();
+        EXPECT_EQ(scripted(c.script, tvk_set_area_mode), c.result) << c.script;
+        const bool accepted = c.refusal == nullptr;
+        EXPECT_EQ(current_focus_mode, accepted ? PDAF_FREE_MODE : MANUAL_FOCUS_MODE);
+        EXPECT_EQ(is_coordinates_update, accepted ? 1 : 0);
+        EXPECT_EQ(is_free_focus_opr_over, accepted ? 0 : 1);
+        EXPECT_EQ(free_focus_pointx != 77, accepted);
+        EXPECT_EQ(sleeps_of(2'000'000'000), accepted ? 0 : 1);
+        const std::string prompts = "please input x coordinate\r\nplease input y coordinate\r\n";
+        EXPECT_EQ(output_, accepted ? prompts
+                                    : prompts + "\r\n\r\nError: TvkTestSetAreamode " + c.refusal +
+                                          " is out of range(0-3840/0-2160)!\r\n");
+    }
+}
+
+TEST_F(ConsoleTest, TimeIntervalPrintsTheWallClockMilliseconds) {
+    quietly([] { time_interval_test(); });
+    board().sleep_ns(250'000'000);
+    call(time_interval_test);
+    EXPECT_EQ(output_, "~timeinterval:250ms\r\n");
+}
+
+}  // namespace
+}  // namespace zoomaf::test

@@ -1,0 +1,673 @@
+// The day phase-detection focus on the twin. The readouts: the sensor's PD/CL encoding at its
+// edges, the gain, and the window each readout chooses (closest to the average PD, the centre
+// pass before the ring with its PD bound, the free group kept on the grid, nothing
+// qualifying). The operations, reading by reading: the centre mode's tolerance and probing
+// legs, the free mode's scan and fall-back, the clamped moves; the assisted centre focus's
+// laser counting, convergence arithmetic, return to m0 and lock; the laser target columns and
+// counters.
+#include <gmock/gmock.h>
+
+#include <chrono>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "sensor/pd_readout.hpp"
+#include "tests/support/twin_test.hpp"
+#include "zoomaf/assist_info.h"
+#include "zoomaf/lib_motor.h"
+#include "zoomaf/pdaf_focus.h"
+
+namespace zoomaf::test {
+namespace {
+
+using ::testing::ElementsAreArray;
+using ::testing::HasSubstr;
+
+struct WindowPdCl {
+    int index;
+    int pd;
+    int cl;
+};
+
+// The focus motor driver up with the lens at step 0 (where the driver starts counting), the
+// zoom row's focus range set, and the sensor set up by InitPDSetting (PD output on over the
+// grid, the shipped DCC values). PD and CL are set per window through the IMX586's control
+// face.
+class DayFocusTest : public TwinTest {
+protected:
+    static constexpr float kMultiple = 3.0f;
+    static constexpr int kRow = 20;  // AppSetMultipleSectionRelation(3.0)
+    static constexpr int kFocusMin = -1500;
+    static constexpr int kFocusMax = 1500;
+
+    twin::BoardConfig board_config() override { return {.focus_start = 0}; }
+
+    void SetUp() override {
+        TwinTest::SetUp();
+        board().write_file(IMX586_DCC_FILE, data_file(IMX586_DCC_FILE));
+        bring_up_driver(MOTOR_ID_MS41928);
+        quietly([] {
+            LoadParamList();
+            InitPDSetting();
+        });
+        current_multiple = kMultiple;
+        set_focus_range(kFocusMin, kFocusMax);
+        motor_position = 0;
+    }
+
+    static void set_focus_range(int min, int max) {
+        multiple_index = kRow;
+        mator_step_section[kRow][0] = mator_step_section[kRow][2] = min;
+        mator_step_section[kRow][1] = max;
+    }
+
+    // The sensor's next frame: these windows, every other grid window at PD 0 and CL 0.
+    void set_grid(const std::vector<WindowPdCl>& windows) {
+        with<twin::Imx586>([&](twin::Imx586& s) {
+            for (int i = 0; i < PDAF_GRID_WINDOWS; ++i) s.set_grid_pd_cl(i, 0, 0);
+            for (const WindowPdCl& w : windows) s.set_grid_pd_cl(w.index, w.pd, w.cl);
+        });
+    }
+
+    // A record for grid window w with this PD and CL, as the grid readout leaves it.
+    static PdLibInputData window_record(int w, int64_t pd, int64_t cl) {
+        PdLibInputData record{};
+        InitPdLibInputData_48windows(&record, w % 8, w / 8);
+        record.PhaseDifference = pd;
+        record.ConfidenceLevel = static_cast<uint64_t>(cl);
+        return record;
+    }
+
+    static int focus_position() { return GetCurSteps(MOTOR_FOCUS); }
+    static void lens_to(int step) {
+        quietly([&] { SetFocusLens(static_cast<int16_t>(step), 0); });
+        motor_position = focus_position();
+    }
+
+    PdLibInputData record_{};  // what a readout fills and the centre focus acts on
+};
+
+TEST(PdClDecoding, EdgesOfTheElevenBitField) {
+    struct Case {
+        uint8_t b0, b1, b2;
+        int64_t pd, cl;
+    };
+    const Case cases[] = {
+        {0xFF, 0xE0, 0x00, -1, 2047},  // raw 0
+        {0x00, 0x00, 0x04, 0, 0},      // raw 1
+        {0x00, 0x0F, 0xFC, 1022, 0},   // raw 1023
+        {0x00, 0x10, 0x00, 1023, 0},   // raw 1024
+        {0x00, 0x10, 0x04, -1022, 0},  // raw 1025
+        {0x12, 0x5F, 0xFC, 0, 146},    // raw 2047
+        {0x80, 0x3F, 0xF4, -2, 1025},  // raw 2045
+    };
+    for (const Case& c : cases) {
+        const sensor::PdCl decoded = sensor::decode_pd_cl(c.b0, c.b1, c.b2);
+        EXPECT_EQ(decoded.pd, c.pd) << int{c.b1} << " " << int{c.b2};
+        EXPECT_EQ(decoded.cl, c.cl) << int{c.b0} << " " << int{c.b1};
+    }
+}
+
+TEST(WindowChoice, ClosestToTheAveragePdWithTiesToTheSmallerMagnitude) {
+    struct Case {
+        std::vector<int64_t> pd;
+        int32_t chosen;
+    };
+    const Case cases[] = {
+        {{10, 20, 30}, 1},    // average 20
+        {{30, 10, 20}, 2},    // sorted first: the 20 is window 2
+        {{-10, 10}, 0},       // both 10 from the average 0: the first stays
+        {{10, -10}, 1},       // sorted, -10 comes first and stays
+        {{-200, 150}, 1},     // both 175 from -25: |150| is smaller
+        {{77}, 0},            // a single entry
+        {{5, 6, 7, 100}, 2},  // average 29: 7 is closest
+    };
+    for (const Case& c : cases) {
+        std::vector<int64_t> pd = c.pd, cl(pd.size(), 1500);
+        std::vector<int32_t> win(pd.size());
+        for (size_t i = 0; i < win.size(); ++i) win[i] = static_cast<int32_t>(i);
+        int64_t cl_out = -1, pd_out = -1;
+        quietly([&] {
+            EXPECT_EQ(pd_select_sort_wit_win(pd.data(), cl.data(), win.data(),
+                                             static_cast<int32_t>(pd.size()), &cl_out, &pd_out),
+                      c.chosen);
+        });
+        EXPECT_EQ(pd_out, c.pd[static_cast<size_t>(c.chosen)]);
+        EXPECT_EQ(cl_out, 1500);
+    }
+    // One or two windows: the smaller signed PD, a tie takes the second.
+    struct Pair {
+        std::vector<int32_t> pd;
+        int32_t chosen;
+    };
+    for (const Pair& p : {Pair{{5}, 0}, Pair{{5, 3}, 1}, Pair{{3, 5}, 0}, Pair{{4, 4}, 1}}) {
+        std::vector<int32_t> pd = p.pd, cl(pd.size(), 1100), win = {7, 9};
+        int64_t cl_out = 0, pd_out = 0;
+        quietly([&] {
+            EXPECT_EQ(
+                pd_select_sort_one_or_two_win(pd.data(), cl.data(), win.data(),
+                                              static_cast<int32_t>(pd.size()), &cl_out, &pd_out),
+                win[static_cast<size_t>(p.chosen)]);
+        });
+        EXPECT_EQ(pd_out, p.pd[static_cast<size_t>(p.chosen)]);
+    }
+    int64_t untouched = 5;
+    quietly([&] {
+        EXPECT_EQ(pd_select_sort_wit_win(nullptr, nullptr, nullptr, 0, &untouched, &untouched), -1);
+    });
+    EXPECT_EQ(untouched, 5);
+}
+
+using Readout = DayFocusTest;
+
+TEST_F(Readout, SingleWindowAndGain) {
+    set_grid({{0, -7, 1234}, {1, 300, 2047}});
+    int64_t cl = 0, pd = 0;
+    EXPECT_EQ(get_pd_and_lc(&cl, &pd), 0);
+    EXPECT_EQ(cl, 1234);
+    EXPECT_EQ(pd, -7);
+    for (auto [code, gain] : {std::pair{0, 1}, {512, 2}, {768, 4}, {1023, 1024}}) {
+        with<twin::Imx586>([&](twin::Imx586& s) { s.set_gain_code(code); });
+        int64_t read = 0;
+        EXPECT_EQ(get_gain_value(&read), 0);
+        EXPECT_EQ(read, gain) << "code " << code;
+    }
+}
+
+TEST_F(Readout, CentrePassBeforeTheRingWithItsPdBound) {
+    struct Case {
+        const char* name;
+        int calibration;
+        std::vector<WindowPdCl> windows;
+        int32_t chosen;  // grid index, or PDAF_NO_WINDOW
+        int64_t cl, pd;
+    };
+    const Case cases[] = {
+        // Centre windows above CL 1000 at any PD: average (30 + 10 - 5) / 3 = 11, closest 10.
+        // 28 at CL 1000 does not count; the ring is not looked at.
+        // clang-format off
+        {"centre", 0,
+         {{19, 30, 2047}, {20, 10, 1500}, {27, -5, 1001}, {28, 11, 1000}, {10, 11, 2047}},
+         20, 1500, 10},
+        {"centre window far off still counts", 0, {{36, -900, 1100}}, 36, 1100, -900},
+        // No centre window above 1000: the ring within |PD| <= 200; -200 and 150 tie at 175
+        // from the average -25, and 150 has the smaller magnitude.
+        {"ring", 0,
+         {{19, 0, 1000}, {10, 250, 2047}, {13, -200, 1200}, {29, 150, 1001}, {37, 201, 2047}},
+         29, 1001, 150},
+        // The calibration is added before the bound: 195 + 10 is out, 0 + 10 is in.
+        {"calibrated ring", 10, {{26, 195, 2047}, {34, 0, 1800}}, 34, 1800, 10},
+        {"nothing", 0, {{0, 0, 2047}, {47, 0, 2047}, {10, 300, 2047}}, PDAF_NO_WINDOW, 400, 0},
+        // clang-format on
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        pd_calibration_value = c.calibration;
+        set_grid(c.windows);
+        int64_t cl = -1, pd = -1;
+        call([&] { get_pd_and_lc_48windwos_test(&record_, &cl, &pd, nullptr); });
+        EXPECT_EQ(zy_current_select_win, c.chosen);
+        EXPECT_EQ(cl, c.cl);
+        EXPECT_EQ(pd, c.pd);
+        EXPECT_EQ(current_select_pdaf_window, c.chosen == PDAF_NO_WINDOW ? 0 : -1);
+        // What the centre focus acts on: the chosen window's PD and CL, and its place.
+        EXPECT_EQ(record_.PhaseDifference, c.pd);
+        EXPECT_EQ(record_.ConfidenceLevel, static_cast<uint64_t>(c.cl));
+        if (c.chosen != PDAF_NO_WINDOW) {
+            EXPECT_EQ(record_.WindowXStart, 80 + 480 * (c.chosen % 8));
+            EXPECT_EQ(record_.WindowYStart, 420 + 360 * (c.chosen / 8));
+        }
+        for (const WindowPdCl& w : c.windows) {
+            EXPECT_EQ(zypd[w.index], w.pd + c.calibration);
+            EXPECT_EQ(zycl[w.index], w.cl);
+        }
+    }
+    EXPECT_EQ(ignorecnt, 0) << "a whole number of rows was read";
+}
+
+// The windows a free readout grouped, as it lists them (numbers are index + 1).
+std::vector<int> listed_group(const std::string& out) {
+    std::vector<int> numbers;
+    for (size_t at = out.find("选出的窗口是"); numbers.size() < 4;) {
+        at = out.find("w[", at);
+        if (at == std::string::npos) break;
+        at += 2;
+        numbers.push_back(std::stoi(out.substr(at, 2)) - 1);
+    }
+    return numbers;
+}
+
+TEST_F(Readout, FreeGroupStaysOnTheGrid) {
+    struct Case {
+        int x, y;
+        std::vector<int> group;
+        const char* edge;  // the edge message, or ""
+    };
+    const Case cases[] = {
+        {1000, 1000, {17, 18, 25, 26}, ""},  // right half: no; lower half: yes
+        {100, 100, {0, 1, 8, 9}, "坐标对应的窗口在左侧边缘!"},
+        {3839, 2159, {38, 39, 46, 47}, "坐标对应的窗口在右侧边缘!"},
+        {3999, 2999, {38, 39, 46, 47}, ""},  // beyond the 3840 x 2160 frame: the last cell
+        {-5, 1200, {16, 17, 24, 25}, "坐标对应的窗口在左侧边缘!"},
+    };
+    // Every window qualifies, with its own PD.
+    with<twin::Imx586>([](twin::Imx586& s) {
+        for (int i = 0; i < PDAF_GRID_WINDOWS; ++i) s.set_grid_pd_cl(i, 4 * i - 90, 2047);
+    });
+    for (const Case& c : cases) {
+        SCOPED_TRACE(std::to_string(c.x) + "," + std::to_string(c.y));
+        free_focus_pointx = c.x;
+        free_focus_pointy = c.y;
+        int64_t cl = 0, pd = 0;
+        call([&] { get_pd_and_lc_freewindows_test(&record_, &cl, &pd, nullptr); });
+        EXPECT_THAT(listed_group(output_), ElementsAreArray(c.group));
+        if (*c.edge != '\0') {
+            EXPECT_THAT(output_, HasSubstr(c.edge));
+        }
+        // Four PDs 4 apart around their average: the second or third of the sorted group.
+        EXPECT_THAT(std::vector<int>({c.group[1], c.group[2]}),
+                    ::testing::Contains(zy_current_select_win));
+        EXPECT_EQ(pd, 4 * zy_current_select_win - 90);
+        EXPECT_EQ(current_select_pdaf_window, -1);
+    }
+    // No window of the group qualifies: "no window", as the centre readout stores it.
+    set_grid({{17, 0, 1000}, {18, 250, 2047}, {0, 0, 2047}});
+    free_focus_pointx = free_focus_pointy = 1000;
+    int64_t cl = 0, pd = 0;
+    quietly([&] { get_pd_and_lc_freewindows_test(&record_, &cl, &pd, nullptr); });
+    EXPECT_EQ(zy_current_select_win, PDAF_NO_WINDOW);
+    EXPECT_EQ(cl, 400);
+    EXPECT_EQ(current_select_pdaf_window, 0);
+}
+
+TEST_F(Readout, EightWindowLayoutChoosesFromThreeConfidentWindows) {
+    quietly([] {
+        write_imx586_group_hold(1);
+        set_pdaf_windows_center_area(0);
+        write_imx586_group_hold(0);
+    });
+    struct Case {
+        int manual_cl_pd;
+        std::vector<int> cl;  // windows 0..7, PD = 10 x window
+        int64_t cl_out, pd_out;
+        int32_t select;
+    };
+    const Case cases[] = {
+        {1, {900, 0, 0, 0, 0, 0, 0, 0}, 900, 0, 0},            // none: CL 900
+        {1, {2047, 1200, 0, 0, 0, 0, 0, 0}, 0, 0, -1},         // two: nothing chosen
+        {1, {2047, 1200, 1001, 0, 0, 0, 0, 0}, 1200, 10, -1},  // three: average 10
+        {0, {2047, 2047, 2047, 2047, 0, 0, 0, 0}, 900, 0, 0},  // CL forced to 0
+    };
+    for (const Case& c : cases) {
+        Manual_cl_pd = c.manual_cl_pd;
+        with<twin::Imx586>([&](twin::Imx586& s) {
+            for (int k = 0; k < 8; ++k) s.set_window_pd_cl(k, 10 * k, c.cl[static_cast<size_t>(k)]);
+        });
+        int64_t cl = -1, pd = -1;
+        call([&] { get_pd_and_lc_7windwos_test(&record_, &cl, &pd); });
+        EXPECT_EQ(cl, c.cl_out);
+        EXPECT_EQ(pd, c.pd_out);
+        EXPECT_EQ(current_select_pdaf_window, c.select);
+        EXPECT_EQ(c.cl_out == 900,
+                  output_.find("Morak-Warn: cl>1000 windowcnt=0,so set pd 0,set cl 900!\r\n") !=
+                      std::string::npos);
+        int64_t cls[8], pds[8], offsets[8];
+        go_get_pd_cl_info(cls, pds, offsets);
+        EXPECT_EQ(pds[3], 30);
+        EXPECT_EQ(cls[0], c.manual_cl_pd == 0 ? 0 : c.cl[0]);
+        // PD 30 at CL 0 still converts: the offset rounds up, opposite to the grid's sign.
+        EXPECT_GT(offsets[3], 0);
+    }
+}
+
+// Lengths of the runs of moves in one direction, from the positions after each call.
+std::vector<int> legs(int start, const std::vector<int>& positions) {
+    std::vector<int> runs;
+    int previous = start, direction = 0;
+    for (int p : positions) {
+        const int d = p > previous ? 1 : p < previous ? -1 : 0;
+        if (d != 0 && d == direction) {
+            ++runs.back();
+        } else if (d != 0) {
+            runs.push_back(1);
+            direction = d;
+        }
+        previous = p;
+    }
+    return runs;
+}
+
+using Operations = DayFocusTest;
+
+TEST_F(Operations, CentreModeToleratesPoorReadingsThenProbes) {
+    struct Case {
+        float multiple;
+        int64_t cl;
+        int tolerated;  // readings answered -1 before the first probe; -1: never probes
+    };
+    for (const Case& c : {Case{3.0f, 49, 5}, Case{3.0f, 149, 9}, Case{2.9f, 10, -1}}) {
+        SCOPED_TRACE(c.cl);
+        quietly([] { APPSetCenterFocusOpr(1, nullptr); });
+        current_multiple = c.multiple;
+        PdLibInputData record = window_record(20, 0, c.cl);
+        const int start = focus_position();
+        int answered = 0;
+        call([&] {
+            while (answered < 12 && APPSetCenterFocusOpr(0, &record) == -1) ++answered;
+        });
+        if (c.tolerated < 0) {
+            EXPECT_EQ(answered, 0);
+            EXPECT_THAT(output_, HasSubstr("！！warn,centerfocus  cl: 10 < valid: 150, ignore\n"));
+            EXPECT_EQ(focus_position(), start);
+        } else {
+            EXPECT_EQ(answered, c.tolerated);
+            EXPECT_EQ(focus_position(), start + 24);
+        }
+    }
+    // CL 150 resets the probing and computes, but leaves the lens; 151 moves it.
+    probe_number = 36;
+    PdLibInputData at_150 = window_record(20, -200, 150);
+    const int before = focus_position();
+    quietly([&] { EXPECT_EQ(APPSetCenterFocusOpr(0, &at_150), 0); });
+    EXPECT_EQ(focus_position(), before);
+    EXPECT_EQ(probe_number, 4);
+    PdLibInputData at_151 = window_record(20, -200, 151);
+    call([&] { APPSetCenterFocusOpr(0, &at_151); });
+    EXPECT_GT(focus_position(), before + 10) << "PD -200 moves toward the far side by ~24 steps";
+    EXPECT_THAT(output_, HasSubstr("calibration:0,cl:151,pd:-200,motor_position:"));
+}
+
+TEST_F(Operations, ProbingLegsTurnOnTheFifthThirteenthAndThirtySeventhStep) {
+    struct Case {
+        int max;
+        int probes;
+        std::vector<int> legs;
+    };
+    // Strictly inside the range a leg turns after probe_number steps, which triples; a range
+    // end turns it at once (and triples it too).
+    for (const Case& c : {Case{kFocusMax, 56, {5, 13, 37, 1}}, Case{50, 17, {3, 13, 1}}}) {
+        SCOPED_TRACE(c.max);
+        set_focus_range(kFocusMin, c.max);
+        lens_to(0);
+        quietly([] { APPSetCenterFocusOpr(1, nullptr); });
+        PdLibInputData poor = window_record(20, 0, 40);
+        const int start = focus_position();
+        std::vector<int> positions;
+        quietly([&] {
+            for (int i = 0; i < 5; ++i) APPSetCenterFocusOpr(0, &poor);  // tolerated
+            for (int i = 0; i < c.probes; ++i) {
+                APPSetCenterFocusOpr(0, &poor);
+                positions.push_back(focus_position());
+            }
+        });
+        EXPECT_THAT(legs(start, positions), ElementsAreArray(c.legs));
+        EXPECT_EQ(positions[1] - positions[0], 24);
+        EXPECT_EQ(motor_position, positions.back());
+    }
+    // The step grows with the multiple.
+    for (auto [multiple, step] : {std::pair{8.0f, 32}, {13.0f, 40}, {20.0f, 48}}) {
+        set_focus_range(kFocusMin, kFocusMax);
+        quietly([] { APPSetCenterFocusOpr(1, nullptr); });
+        current_multiple = multiple;
+        const int start = focus_position();
+        quietly([] { AppSetMotorMoveByStep(shock_manager); });
+        EXPECT_EQ(focus_position() - start, step) << multiple;
+    }
+}
+
+TEST_F(Operations, FreeScanVisitsTheRangeThenFallsBackToTheBestCl) {
+    set_focus_range(-1200, 1300);  // a sixth of the range is 416
+    std::atomic<int32_t> over{0};
+    int32_t done = 0;
+    quietly([&] { APPSetFreeFocusOpr(1, &done, &over, nullptr); });
+    std::vector<int> visited;
+    auto read_at_position = [&] {
+        // The best CL (140) is seen at step 48; nothing reaches 150.
+        PdLibInputData record = window_record(20, 0, focus_position() == 48 ? 140 : 60);
+        call([&] { APPSetFreeFocusOpr(0, &done, &over, &record); });
+        visited.push_back(focus_position());
+    };
+    while (over == 0 && visited.size() < 12) read_at_position();
+    EXPECT_THAT(visited, ElementsAreArray({-1200, -784, -368, 48, 464, 880, 1296, 1300}));
+    EXPECT_EQ(done, 0);
+    read_at_position();
+    EXPECT_THAT(output_, HasSubstr("Warnning:didn't fine high pdcl position,go to the max "
+                                   "cl:140's position:48\r\n"));
+    EXPECT_EQ(visited.back(), 48);
+    read_at_position();  // once only: from now on it warns
+    EXPECT_EQ(visited.back(), 48);
+    EXPECT_THAT(output_, HasSubstr("！！warn,freefocus cl: 140 < valid: 150, ignore\n"));
+}
+
+TEST_F(Operations, MovesStayInTheRangeAndNeverMoveForNothing) {
+    struct Case {
+        const char* what;
+        void (*move)();
+        int expected;
+    };
+    const Case cases[] = {
+        {"offset 0", [] { AppSetMotorMoveByOffset(0); }, 0},
+        {"offset", [] { AppSetMotorMoveByOffset(-300); }, -300},
+        {"manual 1.0", [] { APPSetManualFocusOpr(1.0f); }, kFocusMax},
+        {"offset beyond the end", [] { AppSetMotorMoveByOffset(700); }, kFocusMax},
+        {"manual 0.0", [] { APPSetManualFocusOpr(0.0f); }, kFocusMin},
+        {"manual 1.5", [] { APPSetManualFocusOpr(1.5f); }, kFocusMax},
+        {"manual -0.25: no lower clamp", [] { APPSetManualFocusOpr(-0.25f); }, -2250},
+    };
+    for (const Case& c : cases) {
+        call(c.move);
+        EXPECT_EQ(focus_position(), c.expected) << c.what;
+        EXPECT_EQ(motor_position, c.expected) << c.what;
+    }
+    // At the end already: the clamped target is where the lens stands, nothing runs.
+    quietly([] { APPSetManualFocusOpr(1.0f); });
+    const uint64_t pulses = vd_pulses();
+    call([] { AppSetMotorMoveByOffset(5); });
+    EXPECT_EQ(output_, "warnning:target motor_position:1505 was out of range:-1500~1500\r\n");
+    EXPECT_EQ(vd_pulses(), pulses);
+}
+
+TEST_F(Operations, BenchLoopFocusesUntilAskedToStop) {
+    // The record describes the window a layout call left in focus_area; the loop's start-up
+    // puts the sensor on the grid, whose window 0 it then reads: ~23 steps to go toward far.
+    quietly([] { set_pdaf_windows_free_area(1500, 1000, 666, 500); });
+    set_grid({{0, -200, 2047}});
+    int32_t loop_result = -1;
+    call([&] {
+        std::thread loop([&] { loop_result = AutoFocusByPDAF(); });
+        const auto give_up = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+        while (motor_at(twin::Motor::focus) == 0 && std::chrono::steady_clock::now() < give_up) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        EXPECT_EQ(UnAutoFocusByPDAF(), 0);
+        loop.join();
+    });
+    EXPECT_EQ(loop_result, 0);
+    EXPECT_EQ(onoff, 0);
+    EXPECT_GT(motor_at(twin::Motor::focus), 0);
+    // Searched, not matched: the log of a loop that ran long is too big to print.
+    EXPECT_NE(output_.find("calibration:0,cl:2047,pd:-200,motor_position:"), std::string::npos);
+    EXPECT_TRUE(output_.ends_with("[UnAutoFocusByPDAF] [6459] close auto pdaf\n"));
+    onoff = 1;  // a stop already asked for
+    EXPECT_EQ(UnAutoFocusByPDAF(), 1);
+    onoff = 0;
+}
+
+class CentreFocus : public DayFocusTest {
+protected:
+    void SetUp() override {
+        DayFocusTest::SetUp();
+        quietly([] { LaserShareMemeoryInit(); });
+        // The lens table row of x3.0: step 1000 - 10 x column (+ the unit's offset of 3).
+        for (int c = 0; c < LENS_TABLE_COLUMNS; ++c) TxtToDat[kRow][c] = 1000 - 10 * c;
+        calibration_offset_step = 3;
+        quietly([] { APPSetCenterFocusOprByAssitInfo(1, nullptr); });
+    }
+
+    // One focus step on the window the readout chose; returns its result.
+    int32_t step(int window, int64_t pd, int64_t cl) {
+        zy_current_select_win = window;
+        record_ = window_record(window == PDAF_NO_WINDOW ? 20 : window, pd, cl);
+        return call([&] { return APPSetCenterFocusOprByAssitInfo(0, &record_); });
+    }
+};
+
+TEST_F(CentreFocus, WithoutAWindowCountsTwoAPassThenFollowsTheLaser) {
+    global_laser_distance = 500;  // 50 m: column 50
+    EXPECT_EQ(step(PDAF_NO_WINDOW, 0, 400), -1);
+    EXPECT_THAT(output_, HasSubstr("更新此次雷达计数为:1\r\n"));
+    EXPECT_EQ(step(PDAF_NO_WINDOW, 0, 400), -1);
+    EXPECT_THAT(output_, HasSubstr("更新此次雷达计数为:3\r\n"));
+    EXPECT_EQ(step(PDAF_NO_WINDOW, 0, 400), -1);
+    EXPECT_THAT(output_, HasSubstr("更新此次雷达计数为:5\r\n"));
+    EXPECT_EQ(focus_position(), 0);
+    EXPECT_EQ(step(PDAF_NO_WINDOW, 0, 400), 0);
+    EXPECT_THAT(output_, HasSubstr("超过计数，进行雷达辅助策略!\r\n"));
+    EXPECT_EQ(focus_position(), 1000 - 500 + 3);
+    EXPECT_EQ(m0_motor, 503);
+    EXPECT_EQ(m0_windeos, PDAF_EMPTY_POINT);
+    // The count stays: the next call goes straight to the laser; 4 m pauses and restarts it.
+    global_laser_distance = 40;
+    EXPECT_EQ(step(PDAF_NO_WINDOW, 0, 400), -1);
+    EXPECT_THAT(output_, HasSubstr("因为雷达获取到距离为4米,所以此次暂停不走!\r\n"));
+    EXPECT_EQ(need_laser_cnt, 0);
+    EXPECT_EQ(focus_position(), 503);
+}
+
+TEST_F(CentreFocus, ConvergenceArithmeticAndTheWayBackToM0) {
+    enum Outcome { converged, skipped, back_to_m0, locked_at_m0 };
+    struct Case {
+        const char* what;
+        int64_t m1_pd;     // the frame's PD in the chosen window
+        int64_t pd_at_m0;  // the frame's PD in m0's window; m0 was measured at PD 100
+        float multiple;
+        int32_t shocks;
+        Outcome outcome;
+        int end;  // the lens after a return to m0 (m0 stands at 200)
+    };
+    const Case cases[] = {
+        {"100 - 89 > 10", 50, 89, 3.0f, 0, converged, 0},
+        {"100 - 90 = 10", 50, 90, 3.0f, 0, back_to_m0, 192},
+        {"m1 PD 19 is judged", 19, 100, 3.0f, 0, back_to_m0, 192},
+        {"m1 PD -18 is not", -18, 100, 3.0f, 0, skipped, 0},
+        {"m1 PD -19 is judged", -19, 100, 3.0f, 0, back_to_m0, 192},
+        {"negative PD at m0: +8", 50, -95, 3.0f, 0, back_to_m0, 208},
+        {"below x3.0: no compensation", 50, 95, 2.9f, 0, back_to_m0, 200},
+        {"more than five in a row: lock at m0", 50, 95, 3.0f, 6, locked_at_m0, 200},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        quietly([] { APPSetCenterFocusOprByAssitInfo(1, nullptr); });
+        is_free_focus_opr_over = 0;
+        current_multiple = c.multiple;
+        m0_motor = 200;
+        m0_pd = 100;
+        m0_cl = 2047;
+        m0_windeos = 20;
+        zy_judge_shock_cnt = c.shocks;
+        zypd[20] = c.pd_at_m0;
+        EXPECT_EQ(step(21, c.m1_pd, 2047), 0);
+        EXPECT_EQ(m1_windeos, PDAF_EMPTY_POINT) << "m1 is emptied before every call ends";
+        switch (c.outcome) {
+            case converged:
+            case skipped:
+                EXPECT_EQ(m0_pd, c.m1_pd);
+                EXPECT_EQ(m0_windeos, 21);
+                EXPECT_EQ(zy_judge_shock_cnt, 0);
+                break;
+            case back_to_m0:
+                EXPECT_EQ(m0_windeos, PDAF_EMPTY_POINT);
+                EXPECT_EQ(focus_position(), c.end);
+                EXPECT_EQ(m0_motor, c.end);
+                EXPECT_EQ(zy_judge_shock_cnt, 1);
+                break;
+            case locked_at_m0:
+                EXPECT_EQ(is_free_focus_opr_over, 1);
+                EXPECT_EQ(focus_position(), c.end);
+                EXPECT_EQ(zy_focus_lock_step, c.end);
+                EXPECT_EQ(m0_windeos, PDAF_EMPTY_POINT);
+                break;
+        }
+    }
+}
+
+TEST_F(CentreFocus, LocksOnTheThirdCallInARowOnceElevenPassesRan) {
+    struct Case {
+        int64_t cl;
+        int32_t passes_before;  // passes since the zoom before the first call
+        int lock_call;          // 0: never within 12 calls
+    };
+    for (const Case& c : {Case{1001, 8, 3}, Case{1001, 0, 11}, Case{1000, 20, 0}}) {
+        SCOPED_TRACE(c.passes_before);
+        quietly([] { APPSetCenterFocusOprByAssitInfo(1, nullptr); });
+        is_free_focus_opr_over = 0;
+        pdafcnt_over_multiple_change = c.passes_before;
+        int locked_on = 0;
+        for (int call = 1; call <= 12 && locked_on == 0; ++call) {
+            ++pdafcnt_over_multiple_change;  // the loop counts its passes
+            step(20, 9, c.cl);
+            if (is_free_focus_opr_over == 1) locked_on = call;
+        }
+        EXPECT_EQ(locked_on, c.lock_call);
+        if (locked_on != 0) {
+            EXPECT_EQ(zy_focus_lock_step, focus_position());
+            EXPECT_EQ(true_cnt, 0);
+            EXPECT_THAT(output_,
+                        HasSubstr("cl>1000,pd小于10,且连续次数为3,锁焦处理,并清空信息!\r\n"));
+        }
+    }
+}
+
+TEST(TargetSteps, OuterWindowsRunAShareOfTheDefocus) {
+    struct Case {
+        int32_t window;
+        int64_t abs_pd, steps, expected;
+    };
+    const Case cases[] = {
+        {10, 151, 100, 25},  {10, 150, 100, 33}, {10, 101, 100, 33},   {10, 100, 100, 50},
+        {10, 51, -100, -50}, {10, 50, 100, 100}, {10, 151, -101, -25}, {11, 500, 100, 100},
+    };
+    for (const Case& c : cases) {
+        zy_current_select_win = c.window;
+        quietly([&] { EXPECT_EQ(get_target_step(c.abs_pd, c.steps), c.expected) << c.abs_pd; });
+    }
+    zy_current_select_win = PDAF_NO_WINDOW;
+}
+
+TEST_F(CentreFocus, LaserTargetColumnsNoEchoCountAndPause) {
+    for (int c = 0; c < LENS_TABLE_COLUMNS; ++c) TxtToDat[kRow][c] = kRow * 1000 + c;
+    struct Reading {
+        uint16_t distance;
+        int32_t step;  // expected result
+        int32_t no_echo_count;
+    };
+    laser_1600m_cnt = 1;
+    const Reading readings[] = {
+        {40, LASER_PAUSE_STEP, 1},  // 4 m pauses and leaves the count alone
+        {1000, 20103, 0},           // column 100
+        {65535, 0, 1},
+        {65535, 0, 2},
+        {65535, 20104, 3},  // the third no-echo reading in a row: column 101
+        {1001, 20103, 0},   // column 100
+        {65535, 0, 1},      // counting again
+        {2001, 20104, 0},   // column 101
+        {9, 20003, 0},      // column 0
+    };
+    for (const Reading& r : readings) {
+        low_ten_pd_motor = 77;
+        quietly([&] {
+            EXPECT_EQ(GetTargetPositionByLaser(r.distance, kMultiple), r.step) << r.distance;
+        });
+        EXPECT_EQ(laser_1600m_cnt, r.no_echo_count) << r.distance;
+        EXPECT_EQ(low_ten_pd_motor, PDAF_EMPTY_POINT);
+    }
+    // A zoom that keeps the distance: a laser distance of 2.5 m picks column 8 whatever the
+    // lens does.
+    global_laser_distance = 25;
+    TxtToDat[AppSetMultipleSectionRelation(5.0f)][8] = 1234;
+    quietly([] { EXPECT_EQ(GetCurrentAdjacentPosition(kMultiple, 5.0f), 1237); });
+}
+
+}  // namespace
+}  // namespace zoomaf::test
