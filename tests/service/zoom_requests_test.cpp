@@ -230,7 +230,10 @@ TEST_F(Zoom, RetriesWhileTheDriverRunsThenGivesUp) {
         EXPECT_EQ(occurrences(output_, "Init motor SetMultiple running:1\r\n"), c.notes);
         EXPECT_THAT(output_,
                     HasSubstr("!Error !Error !Error,set multiple fail!->return\r\n\r\n\r\n"));
-        EXPECT_EQ((board().now_ns() - start) / 1'000'000, c.elapsed_ms);
+        // Plus the sensor's bus time of the PD reads (about 1 ms in all).
+        const uint64_t elapsed_ms = (board().now_ns() - start) / 1'000'000;
+        EXPECT_GE(elapsed_ms, c.elapsed_ms);
+        EXPECT_LE(elapsed_ms, c.elapsed_ms + 2);
         EXPECT_EQ(current_multiple, 3.5001f);
         ASSERT_TRUE(service_lock_free());
     }
