@@ -2,9 +2,10 @@
 # The shared library's dynamic symbol table holds exactly the service's C names listed in
 # exported_names.txt: no C++ symbol and nothing missing. Symbols the toolchain adds (the
 # linker's section markers, AddressSanitizer's ODR indicators) are not ours and are skipped.
+# The nm is the build's own (the cross binutils' for a cross build).
 set -euo pipefail
-library=$1 expected=$2
-actual=$(nm -D --defined-only "$library" | awk '{print $3}' | grep -v -E '^(_init|_fini|_edata|_end|__bss_start|__odr_asan\..*)$' | sort)
+nm=$1 library=$2 expected=$3
+actual=$("$nm" -D --defined-only "$library" | awk '{print $3}' | grep -v -E '^(_init|_fini|_edata|_end|__bss_start|__odr_asan\..*)$' | sort)
 if grep -q '^_Z' <<<"$actual"; then
     echo "C++ symbols exported:"; grep '^_Z' <<<"$actual"; exit 1
 fi
