@@ -3,9 +3,13 @@
 // their printout; the failures that leave the table as it was; the row of a multiple) and
 // the unit's calibration files (laser table, motor offset, PD offset).
 #include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <cmath>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
+#include <functional>
 #include <sstream>
 
 #include "tests/support/twin_test.hpp"
@@ -46,8 +50,8 @@ protected:
 TEST_F(LensTable, TheTableLoadsShiftedByTheCalibrationCarriedOverRowsWithItsRanges) {
     laser_motor_calibration[10] = cell(10, 5) + 7;
     laser_motor_calibration[30] = cell(30, 5) - 4;
-    for (const char* line_end : {"\n", "\r\n"}) {
-        SCOPED_TRACE(line_end[0] == '\r' ? "CR LF" : "LF");
+    for (const char* line_end : {"\n", "\r\n", ",\r\n"}) {
+        SCOPED_TRACE(testing::PrintToString(line_end));
         board().write_file(LENS_TABLE_FILE, synthetic_table(line_end));
         ASSERT_EQ(call(ReadAFTXT), READ_AFTXT_OK);
         for (int r = 0; r < LENS_TABLE_ROWS; ++r) {
@@ -84,6 +88,79 @@ TEST_F(LensTable, AMissingFileOrACellThatIsNotANumberChangesNothingAndSaysWhere)
     }
     EXPECT_EQ(TxtToDat[0][0], 7) << "cells before the bad one are not taken either";
     EXPECT_EQ(mator_step_section[0][0], 0);
+}
+
+// Where the table file should be: what each broken file gives, with the table unchanged.
+struct BrokenFile {
+    const char* what;
+    std::function<void(const std::string& real_path)> make;
+    int32_t result;
+    const char* message;
+};
+
+// A file whose text is the synthetic table with one cell (line 3, column 7) replaced.
+std::function<void(const std::string&)> with_cell(std::string cell) {
+    return [cell](const std::string& path) {
+        std::string text = synthetic_table();
+        text.replace(text.find(",20007,") + 1, 5, cell);
+        std::ofstream(path, std::ios::binary) << text;
+    };
+}
+
+void make_text(const std::string& path, const std::string& text) {
+    std::ofstream(path, std::ios::binary) << text;
+}
+
+TEST_F(LensTable, BrokenFilesAreRefusedWithLineAndColumnOrWhatTheyAre) {
+    const std::string long_line = [] {
+        std::string text = synthetic_table();
+        return text.insert(text.find('\n', text.find("\n20000,") + 1), ",5");  // line 3
+    }();
+    const std::string short_line = [] {
+        std::string text = synthetic_table();
+        return text.erase(text.find(",20106\n"), 6);  // line 3 loses its last cell
+    }();
+    const BrokenFile cases[] = {
+        {"decimal point", with_cell("2872.5"), READ_AFTXT_NOT_NUMBER,
+         "line 3 column 7: \"2872.5\" is not a number"},
+        {"exponent", with_cell("2.8e3"), READ_AFTXT_NOT_NUMBER, "line 3 column 7: \"2.8e3\""},
+        {"two numbers", with_cell("12-3"), READ_AFTXT_NOT_NUMBER, "line 3 column 7: \"12-3\""},
+        {"NUL byte",
+         with_cell(std::string("12\0"
+                               "3",
+                               4)),
+         READ_AFTXT_NOT_NUMBER, "line 3 column 7: \"12\\x003\" is not a number"},
+        {"108th column", [&](const std::string& p) { make_text(p, long_line); },
+         READ_AFTXT_NOT_NUMBER, "line 3 column 107: \"5\" is one column too many"},
+        {"line ends early", [&](const std::string& p) { make_text(p, short_line); },
+         READ_AFTXT_NOT_NUMBER, "line 3 column 105: \"20105\" ends the line early"},
+        {"empty", [](const std::string& p) { make_text(p, " \r\n\n"); }, READ_AFTXT_UNREADABLE,
+         "holds no numbers"},
+        {"directory", [](const std::string& p) { ASSERT_EQ(::mkdir(p.c_str(), 0755), 0); },
+         READ_AFTXT_UNREADABLE, "cannot be used: it is a directory, not a regular file"},
+        {"FIFO", [](const std::string& p) { ASSERT_EQ(::mkfifo(p.c_str(), 0644), 0); },
+         READ_AFTXT_UNREADABLE, "it is a FIFO, not a regular file"},
+        {"link to /dev/zero",
+         [](const std::string& p) { ASSERT_EQ(::symlink("/dev/zero", p.c_str()), 0); },
+         READ_AFTXT_UNREADABLE, "it is a character device, not a regular file"},
+        {"too large", [](const std::string& p) { make_text(p, std::string(1048577, '1')); },
+         READ_AFTXT_UNREADABLE, "it is larger than 1048576 bytes"},
+    };
+    const std::string path = board().sandbox_path(LENS_TABLE_FILE);
+    for (const BrokenFile& c : cases) {
+        SCOPED_TRACE(c.what);
+        std::filesystem::remove_all(path);
+        c.make(path);
+        EXPECT_EQ(call(ReadAFTXT), c.result);
+        EXPECT_THAT(output_, HasSubstr(c.message));
+        EXPECT_THAT(output_, HasSubstr("zy_240408_tvk_update.csv"));
+        EXPECT_EQ(TxtToDat[2][7], 7) << "the table is left as it was";
+    }
+    EXPECT_EQ(mator_step_section[0][0], 0);
+
+    board().write_file(LENS_TABLE_FILE, synthetic_table() + "1,2,3\n");
+    EXPECT_EQ(call(ReadAFTXT), READ_AFTXT_OK);
+    EXPECT_THAT(output_, HasSubstr("holds more than 170 rows; line 171 on is not read"));
 }
 
 TEST_F(LensTable, AShortFileFillsWhatItHasAndTheRestKeepsItsValues) {
@@ -135,8 +212,7 @@ TEST_F(Calibration, TheLaserCalibrationIsTakenWhenWholeAndEveryRowIsPrinted) {
                                     "used\r\n"));
     EXPECT_EQ(laser_motor_calibration[0], 0) << "nothing of the file is taken";
 
-    // "12x": 12 is read, 'x' is its separator, and the line end is skipped as white space.
-    board().write_file(LASER_CALIBRATION_FILE, "0\n0\n12x\n7\n");
+    board().write_file(LASER_CALIBRATION_FILE, "0\n0\n12\n7\n");
     laser_motor_calibration[4] = 9;
     EXPECT_EQ(call(ReadLaserCalibration), 0);
     EXPECT_EQ(laser_motor_calibration[2], 12);
@@ -149,6 +225,52 @@ TEST_F(Calibration, TheLaserCalibrationIsTakenWhenWholeAndEveryRowIsPrinted) {
     EXPECT_EQ(laser_motor_calibration[25], 2984);
     EXPECT_EQ(laser_motor_calibration[100], -1854);
     EXPECT_THAT(output_, HasSubstr("multipleindex:35,laser calibration motor:2984\r\n"));
+}
+
+TEST_F(Calibration, BrokenCalibrationFilesAreRefusedAndChangeNothing) {
+    const BrokenFile laser_cases[] = {
+        {"number and junk", [](const std::string& p) { make_text(p, "5\n12x\n"); }, -1,
+         "line 2 (row 1): \"12x\" is not a number"},
+        {"decimal point", [](const std::string& p) { make_text(p, "5,2872.5\n"); }, -1,
+         "line 1 (row 1): \"2872.5\""},
+        {"directory", [](const std::string& p) { ASSERT_EQ(::mkdir(p.c_str(), 0755), 0); }, -1,
+         "cannot be used: it is a directory, not a regular file"},
+        {"FIFO", [](const std::string& p) { ASSERT_EQ(::mkfifo(p.c_str(), 0644), 0); }, -1,
+         "it is a FIFO"},
+        {"too large", [](const std::string& p) { make_text(p, std::string(65537, '\n')); }, -1,
+         "it is larger than 65536 bytes"},
+    };
+    const std::string path = board().sandbox_path(LASER_CALIBRATION_FILE);
+    board().write_file(LASER_CALIBRATION_FILE, "");
+    laser_motor_calibration[1] = 44;
+    for (const BrokenFile& c : laser_cases) {
+        SCOPED_TRACE(c.what);
+        std::filesystem::remove_all(path);
+        c.make(path);
+        EXPECT_EQ(call(ReadLaserCalibration), c.result);
+        EXPECT_THAT(output_, HasSubstr(c.message));
+        EXPECT_EQ(laser_motor_calibration[0], 0);
+        EXPECT_EQ(laser_motor_calibration[1], 44);
+    }
+    std::filesystem::remove_all(path);
+    board().write_file(LASER_CALIBRATION_FILE, "1\n2\n");
+    board().inject({.op = twin::FaultRule::Op::read, .target = LASER_CALIBRATION_FILE});
+    EXPECT_EQ(call(ReadLaserCalibration), -1);
+    EXPECT_THAT(output_, HasSubstr("cannot read it: Input/output error"));
+    EXPECT_EQ(laser_motor_calibration[1], 44);
+
+    // The PD offset: a file that cannot be used is an error and the offset stays 0.
+    const std::string pd_path = board().sandbox_path(PD_CALIBRATION_FILE);
+    for (auto make : {::mkdir, ::mkfifo}) {
+        std::filesystem::remove_all(pd_path);
+        ASSERT_EQ(make(pd_path.c_str(), 0755), 0);
+        pd_calibration_value = 9;
+        EXPECT_EQ(call(pd_init_calibration), 0);
+        EXPECT_THAT(output_, HasSubstr("Error: the PD calibration file "
+                                       "/usr/hx7/calibration/pd_calibration.cfg cannot be used: "));
+        EXPECT_THAT(output_, HasSubstr("Error:get pd calibration offset step error!\r\n"));
+        EXPECT_EQ(pd_calibration_value, 0);
+    }
 }
 
 TEST_F(Calibration, AMotorCalibrationFileResetsTheRangesToTheTemplateWithOffsetZero) {
@@ -198,7 +320,7 @@ TEST_F(Calibration, ThePdOffsetIsTheLeadingIntegerOfItsFileAndOtherwiseZero) {
     }
 
     board().write_file(PD_CALIBRATION_FILE, "-12");
-    board().inject({.op = twin::FaultRule::Op::fopen, .target = PD_CALIBRATION_FILE});
+    board().inject({.op = twin::FaultRule::Op::open, .target = PD_CALIBRATION_FILE});
     EXPECT_EQ(call(pd_init_calibration), 0);
     EXPECT_EQ(pd_calibration_value, 0) << "a file that cannot be read gives 0";
 
