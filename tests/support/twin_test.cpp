@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "ipc/ipc_internal.hpp"
+#include "service/selfstudy_internal.hpp"
 #include "zoomaf/app_pdaf.h"
 #include "zoomaf/assist_info.h"
 #include "zoomaf/imx586.h"
@@ -31,7 +32,8 @@ public:
              init_motor_status, focus_area, pd_calibration_value, ptz_lock,
              selfstudy_info_write_lock, motor_lock, laser_lock);
         keep(TxtToDat, mator_step_section, template_mator_step_section, laser_motor_calibration,
-             calibration_offset_step, is_selfstudy_point_update, is_deal_selfstudy);
+             calibration_offset_step, is_selfstudy_point_update, is_deal_selfstudy,
+             selfstudy::store_unread);
         keep(eeprom_dcc);
         keep(LaserMenManHandle, PtzMenManHandle, global_laser_distance, last_laser, last_laster_cnt,
              Manual_laser_setup, CompensationMaxStep, CompensationSteps, ipc::fv_channel());
