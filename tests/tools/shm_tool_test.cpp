@@ -68,8 +68,9 @@ protected:
 };
 
 TEST_F(ShmTool, LaserDistanceReachesTheServiceAndTheDumpShowsItsConsumption) {
-    ::unsetenv("ZOOMAF_SHM_KEY_OFFSET");  // the option moves the keys as the environment does
-    const ToolRun publish = tool("--key-offset " + std::to_string(offset_) + " laser 1234");
+    // The option moves the keys as the environment does; a leading 0 is decimal, not octal.
+    ::unsetenv("ZOOMAF_SHM_KEY_OFFSET");
+    const ToolRun publish = tool("--key-offset 0" + std::to_string(offset_) + " laser 1234");
     use_offset_from_environment();
     ASSERT_EQ(publish.status, 0) << publish.err;
     EXPECT_THAT(publish.out, HasSubstr("published on channel 12\n"));
@@ -117,11 +118,28 @@ TEST_F(ShmTool, AreaPointAndFocusValuesRoundTripAndALargeDumpIsCut) {
 }
 
 TEST_F(ShmTool, BadArgumentsGetOneLineAndStatusTwoAndTouchNothing) {
-    for (const char* args :
-         {"", "laser", "laser abc", "laser 65536", "laser -1", "laser 12x", "laser ' 5'", "point 1",
-          "point 1 x", "point 2147483648 0", "fv 1 99999999999999999999", "fv 1", "dump 34",
-          "dump -1", "dump 1 2", "focus 3", "--key-offset", "--key-offset -5 dump 12",
-          "--key-offset 4294967296 dump 12"}) {
+    for (const char* args : {"",
+                             "laser",
+                             "laser abc",
+                             "laser 65536",
+                             "laser -1",
+                             "laser 12x",
+                             "laser ' 5'",
+                             "point 1",
+                             "point 1 x",
+                             "point 2147483648 0",
+                             "fv 1 99999999999999999999",
+                             "fv 1",
+                             "dump 34",
+                             "dump -1",
+                             "dump 1 2",
+                             "focus 3",
+                             "--key-offset",
+                             "--key-offset -5 dump 12",
+                             "--key-offset 4294967296 dump 12",
+                             "--key-offset 0x dump 12",
+                             "--key-offset 1e3 dump 12",
+                             "laser 5 --bogus"}) {
         SCOPED_TRACE(args);
         const ToolRun run = tool(args);
         EXPECT_EQ(run.status, 2);
