@@ -64,9 +64,7 @@ bool read_laser_calibration(std::string_view text, int32_t (&values)[LENS_TABLE_
                 return false;
         }
     }
-    cells.skip_blank_lines();
-    int32_t ignored = 0;
-    if (cells.next(ignored) != DecimalCells::Result::end) {
+    if (!cells.rest_is_blank()) {
         std::printf(
             "Warning: the laser calibration file %s holds more than %d values; line %d on is "
             "not read\r\n",

@@ -16,6 +16,12 @@ void DecimalCells::skip_blank_lines() {
     if (p == text_.size()) pos_ = p;
 }
 
+bool DecimalCells::rest_is_blank() {
+    skip_blank_lines();
+    cell_line_ = line_;
+    return pos_ == text_.size();
+}
+
 DecimalCells::Result DecimalCells::next(int32_t& value) {
     cell_line_ = line_;
     cell_column_ = column_;

