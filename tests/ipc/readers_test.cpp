@@ -199,8 +199,7 @@ TEST_F(LaserReader, ReadersGoOnWhenAnotherProcessHoldsTheChannelSemaphores) {
 
     ::kill(holder, SIGKILL);
     ::waitpid(holder, nullptr, 0);
-    ::close(ready[0]);
-    ::close(ready[1]);
+    for (int fd : ready) ::close(fd);
     EXPECT_EQ(read(), 777) << "the kernel gave the dead holder's semaphores back";
 }
 

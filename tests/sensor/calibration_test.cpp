@@ -3,12 +3,8 @@
 // shipped DCC values against the twin's true PD conversion (the generator's --check guards
 // the values themselves: their range, smoothness and distance from the truth).
 #include <gmock/gmock.h>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <cmath>
-#include <filesystem>
 #include <fstream>
-#include <functional>
 #include <iterator>
 
 #include "tests/pdaflib/system_record.hpp"
@@ -71,18 +67,14 @@ TEST_F(DccValues, AFileOf96BytesGives48BigEndianValuesAndZerosForWhatItLacks) {
 
 // What is at the DCC file's path instead of a DCC file: an error naming it, every value 0.
 TEST_F(DccValues, BrokenBinaryFilesAreErrorsNamingThePath) {
-    const std::string path = board().sandbox_path(kDccFile);
-    const std::tuple<std::function<void()>, int, const char*> cases[] = {
-        {[&] { board().write_file(kDccFile, ""); }, -1, "holds 0 of 96 bytes"},
-        {[&] { ASSERT_EQ(::mkdir(path.c_str(), 0755), 0); }, 0, "cannot open it: Is a directory"},
-        {[&] { ASSERT_EQ(::mkfifo(path.c_str(), 0644), 0); }, -1, "it is a FIFO"},
-        {[&] { ASSERT_EQ(::symlink("/dev/zero", path.c_str()), 0); }, -1,
-         "it is a character device"},
-    };
-    for (const auto& [make, result, message] : cases) {
+    const std::tuple<Placed, int, const char*> cases[] = {
+        {Placed::text, -1, "holds 0 of 96 bytes"},
+        {Placed::directory, 0, "cannot open it: Is a directory"},
+        {Placed::fifo, -1, "it is a FIFO"},
+        {Placed::link_to_dev_zero, -1, "it is a character device"}};
+    for (const auto& [kind, result, message] : cases) {
         SCOPED_TRACE(message);
-        std::filesystem::remove_all(path);
-        make();
+        place(kDccFile, kind);
         std::fill(eeprom_dcc, eeprom_dcc + 48, 9);
         EXPECT_EQ(read_file(), result);
         EXPECT_THAT(output_, HasSubstr("Error: the DCC file 0416_-1930_-1960"));

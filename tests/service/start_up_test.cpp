@@ -3,15 +3,10 @@
 // their printout; the failures that leave the table as it was; the row of a multiple) and
 // the unit's calibration files (laser table, motor offset, PD offset).
 #include <gmock/gmock.h>
-#include <sys/stat.h>
-#include <unistd.h>
 #include <cmath>
 #include <cstring>
-#include <filesystem>
 #include <fstream>
-#include <functional>
 #include <sstream>
-#include <vector>
 
 #include "tests/support/twin_test.hpp"
 #include "zoomaf/app_pdaf.h"
@@ -91,82 +86,46 @@ TEST_F(LensTable, AMissingFileOrACellThatIsNotANumberChangesNothingAndSaysWhere)
     EXPECT_EQ(mator_step_section[0][0], 0);
 }
 
-// Where the table file should be: what each broken file gives, with the table unchanged.
+// What a broken file at a reader's path gives.
 struct BrokenFile {
     const char* what;
-    std::function<void(const std::string& real_path)> make;
+    Placed kind;
+    std::string text;
     int32_t result;
     const char* message;
 };
 
-// A file whose text is the synthetic table with one cell (line 3, column 7) replaced.
-std::function<void(const std::string&)> with_cell(std::string cell) {
-    return [cell](const std::string& path) {
-        std::string text = synthetic_table();
-        text.replace(text.find(",20007,") + 1, 5, cell);
-        std::ofstream(path, std::ios::binary) << text;
-    };
-}
-
-void make_text(const std::string& path, const std::string& text) {
-    std::ofstream(path, std::ios::binary) << text;
-}
-
-// Puts each broken file at path in turn and checks what read (a service call through the
-// fixture's call()) returned and printed, and that it left its data as it was.
-void expect_refused(const std::string& path, const std::vector<BrokenFile>& cases,
-                    const std::function<std::pair<int32_t, std::string>()>& read,
-                    const std::function<void()>& expect_unchanged) {
-    for (const BrokenFile& c : cases) {
-        SCOPED_TRACE(c.what);
-        std::filesystem::remove_all(path);
-        c.make(path);
-        const auto [result, output] = read();
-        EXPECT_EQ(result, c.result);
-        EXPECT_THAT(output, HasSubstr(c.message));
-        expect_unchanged();
-    }
+// The synthetic table with one cell (line 3, column 7) replaced.
+std::string with_cell(const std::string& cell) {
+    return synthetic_table().replace(synthetic_table().find(",20007,") + 1, 5, cell);
 }
 
 TEST_F(LensTable, BrokenFilesAreRefusedWithLineAndColumnOrWhatTheyAre) {
-    const std::string long_line = [] {
-        std::string text = synthetic_table();
-        return text.insert(text.find('\n', text.find("\n20000,") + 1), ",5");  // line 3
-    }();
-    const std::string short_line = [] {
-        std::string text = synthetic_table();
-        return text.erase(text.find(",20106\n"), 6);  // line 3 loses its last cell
-    }();
-    const std::vector<BrokenFile> cases = {
-        {"decimal point", with_cell("2872.5"), READ_AFTXT_NOT_NUMBER,
-         "line 3 column 7: \"2872.5\" is not a number"},
-        {"exponent", with_cell("2.8e3"), READ_AFTXT_NOT_NUMBER, "line 3 column 7: \"2.8e3\""},
-        {"two numbers", with_cell("12-3"), READ_AFTXT_NOT_NUMBER, "line 3 column 7: \"12-3\""},
-        {"NUL byte",
-         with_cell(std::string("12\0"
-                               "3",
-                               4)),
-         READ_AFTXT_NOT_NUMBER, "line 3 column 7: \"12\\x003\" is not a number"},
-        {"108th column", [&](const std::string& p) { make_text(p, long_line); },
-         READ_AFTXT_NOT_NUMBER, "line 3 column 107: \"5\" is one column too many"},
-        {"line ends early", [&](const std::string& p) { make_text(p, short_line); },
-         READ_AFTXT_NOT_NUMBER, "line 3 column 105: \"20105\" ends the line early"},
-        {"empty", [](const std::string& p) { make_text(p, " \r\n\n"); }, READ_AFTXT_UNREADABLE,
-         "holds no numbers"},
-        {"directory", [](const std::string& p) { ASSERT_EQ(::mkdir(p.c_str(), 0755), 0); },
-         READ_AFTXT_UNREADABLE, "cannot be used: it is a directory, not a regular file"},
-        {"FIFO", [](const std::string& p) { ASSERT_EQ(::mkfifo(p.c_str(), 0644), 0); },
-         READ_AFTXT_UNREADABLE, "it is a FIFO, not a regular file"},
-        {"link to /dev/zero",
-         [](const std::string& p) { ASSERT_EQ(::symlink("/dev/zero", p.c_str()), 0); },
-         READ_AFTXT_UNREADABLE, "it is a character device, not a regular file"},
-        {"too large", [](const std::string& p) { make_text(p, std::string(1048577, '1')); },
-         READ_AFTXT_UNREADABLE, "it is larger than 1048576 bytes"},
+    std::string long_line = synthetic_table(), short_line = synthetic_table();
+    long_line.insert(long_line.find('\n', long_line.find("\n20000,") + 1), ",5");  // line 3
+    short_line.erase(short_line.find(",20106\n"), 6);  // line 3 loses its last cell
+    const int32_t bad = READ_AFTXT_NOT_NUMBER, unusable = READ_AFTXT_UNREADABLE;
+    const BrokenFile cases[] = {
+        {"point", Placed::text, with_cell("2872.5"), bad, "line 3 column 7: \"2872.5\" is not a"},
+        {"exponent", Placed::text, with_cell("2.8e3"), bad, "line 3 column 7: \"2.8e3\""},
+        {"two numbers", Placed::text, with_cell("12-3"), bad, "line 3 column 7: \"12-3\""},
+        {"NUL", Placed::text, with_cell(std::string("12\0\x33", 4)), bad, "7: \"12\\x003\""},
+        {"108th column", Placed::text, long_line, bad, "3 column 107: \"5\" is one column too"},
+        {"short line", Placed::text, short_line, bad, "3 column 105: \"20105\" ends the line"},
+        {"empty", Placed::text, " \r\n\n", unusable, "holds no numbers"},
+        {"directory", Placed::directory, "", unusable, "cannot be used: it is a directory, not"},
+        {"FIFO", Placed::fifo, "", unusable, "it is a FIFO, not a regular file"},
+        {"/dev/zero", Placed::link_to_dev_zero, "", unusable, "it is a character device, not"},
+        {"too large", Placed::text, std::string(1048577, '1'), unusable, "larger than 1048576"},
     };
-    expect_refused(
-        board().sandbox_path(LENS_TABLE_FILE), cases,
-        [&] { return std::pair(call(ReadAFTXT), output_); },
-        [] { EXPECT_EQ(TxtToDat[2][7], 7) << "the table is left as it was"; });
+    for (const BrokenFile& c : cases) {
+        SCOPED_TRACE(c.what);
+        place(LENS_TABLE_FILE, c.kind, c.text);
+        EXPECT_EQ(call(ReadAFTXT), c.result);
+        EXPECT_THAT(output_, HasSubstr(c.message));
+        EXPECT_THAT(output_, HasSubstr("\"zy_240408_tvk_update.csv\""));
+        EXPECT_EQ(TxtToDat[2][7], 7) << "the table is left as it was";
+    }
     EXPECT_EQ(mator_step_section[0][0], 0);
 
     board().write_file(LENS_TABLE_FILE, synthetic_table() + "1,2,3\n");
@@ -239,39 +198,31 @@ TEST_F(Calibration, TheLaserCalibrationIsTakenWhenWholeAndEveryRowIsPrinted) {
 }
 
 TEST_F(Calibration, BrokenCalibrationFilesAreRefusedAndChangeNothing) {
-    const std::vector<BrokenFile> laser_cases = {
-        {"number and junk", [](const std::string& p) { make_text(p, "5\n12x\n"); }, -1,
-         "line 2 (row 1): \"12x\" is not a number"},
-        {"decimal point", [](const std::string& p) { make_text(p, "5,2872.5\n"); }, -1,
-         "line 1 (row 1): \"2872.5\""},
-        {"directory", [](const std::string& p) { ASSERT_EQ(::mkdir(p.c_str(), 0755), 0); }, -1,
-         "cannot be used: it is a directory, not a regular file"},
-        {"FIFO", [](const std::string& p) { ASSERT_EQ(::mkfifo(p.c_str(), 0644), 0); }, -1,
-         "it is a FIFO"},
-        {"too large", [](const std::string& p) { make_text(p, std::string(65537, '\n')); }, -1,
-         "it is larger than 65536 bytes"},
+    const BrokenFile cases[] = {
+        {"junk", Placed::text, "5\n12x\n", -1, "line 2 (row 1): \"12x\" is not a number"},
+        {"point", Placed::text, "5,2872.5\n", -1, "line 1 (row 1): \"2872.5\""},
+        {"directory", Placed::directory, "", -1, "cannot be used: it is a directory, not a"},
+        {"FIFO", Placed::fifo, "", -1, "it is a FIFO"},
+        {"too large", Placed::text, std::string(65537, '\n'), -1, "larger than 65536 bytes"},
     };
-    const std::string path = board().sandbox_path(LASER_CALIBRATION_FILE);
-    board().write_file(LASER_CALIBRATION_FILE, "");
     laser_motor_calibration[1] = 44;
-    expect_refused(
-        path, laser_cases, [&] { return std::pair(call(ReadLaserCalibration), output_); },
-        [] {
-            EXPECT_EQ(laser_motor_calibration[0], 0);
-            EXPECT_EQ(laser_motor_calibration[1], 44);
-        });
-    std::filesystem::remove_all(path);
-    board().write_file(LASER_CALIBRATION_FILE, "1\n2\n");
+    for (const BrokenFile& c : cases) {
+        SCOPED_TRACE(c.what);
+        place(LASER_CALIBRATION_FILE, c.kind, c.text);
+        EXPECT_EQ(call(ReadLaserCalibration), c.result);
+        EXPECT_THAT(output_, HasSubstr(c.message));
+        EXPECT_EQ(laser_motor_calibration[0], 0);
+        EXPECT_EQ(laser_motor_calibration[1], 44);
+    }
+    place(LASER_CALIBRATION_FILE, Placed::text, "1\n2\n");
     board().inject({.op = twin::FaultRule::Op::read, .target = LASER_CALIBRATION_FILE});
     EXPECT_EQ(call(ReadLaserCalibration), -1);
     EXPECT_THAT(output_, HasSubstr("cannot read it: Input/output error"));
     EXPECT_EQ(laser_motor_calibration[1], 44);
 
     // The PD offset: a file that cannot be used is an error and the offset stays 0.
-    const std::string pd_path = board().sandbox_path(PD_CALIBRATION_FILE);
-    for (auto make : {::mkdir, ::mkfifo}) {
-        std::filesystem::remove_all(pd_path);
-        ASSERT_EQ(make(pd_path.c_str(), 0755), 0);
+    for (Placed kind : {Placed::directory, Placed::fifo}) {
+        place(PD_CALIBRATION_FILE, kind);
         pd_calibration_value = 9;
         EXPECT_EQ(call(pd_init_calibration), 0);
         EXPECT_THAT(output_, HasSubstr("Error: the PD calibration file "

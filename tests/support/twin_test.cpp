@@ -1,7 +1,11 @@
 #include "tests/support/twin_test.hpp"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <csignal>
 #include <cstring>
+#include <filesystem>
 #include <functional>
 #include <vector>
 
@@ -148,6 +152,26 @@ void TwinTest::bring_up_driver(uint8_t motor_id) {
     });
     with<twin::DriverChip>([](twin::DriverChip& chip) { chip.clear_register_writes(); });
     recorder().clear();
+}
+
+void TwinTest::place(const char* path, Placed what, const std::string& text) {
+    const std::string real = board().sandbox_path(path);
+    std::filesystem::remove_all(real);
+    std::filesystem::create_directories(std::filesystem::path(real).parent_path());
+    switch (what) {
+        case Placed::text:
+            board().write_file(path, text);
+            return;
+        case Placed::directory:
+            ASSERT_EQ(::mkdir(real.c_str(), 0755), 0);
+            return;
+        case Placed::fifo:
+            ASSERT_EQ(::mkfifo(real.c_str(), 0644), 0);
+            return;
+        case Placed::link_to_dev_zero:
+            ASSERT_EQ(::symlink("/dev/zero", real.c_str()), 0);
+            return;
+    }
 }
 
 int TwinTest::motor_at(twin::Motor motor) {

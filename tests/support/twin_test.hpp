@@ -42,6 +42,9 @@ namespace zoomaf::test {
 // so that tests do not leak it.
 void reset_service_globals();
 
+// What a test puts at a data file's path (TwinTest::place).
+enum class Placed { text, directory, fifo, link_to_dev_zero };
+
 class TwinTest : public ::testing::Test {
 protected:
     void SetUp() override;
@@ -64,6 +67,11 @@ protected:
                         .error = ENXIO,
                         .count = count});
     }
+
+    // ---- what is at a data file's path ----
+    // Replaces whatever is at the board path by a file of text, a directory, a FIFO or a
+    // link to /dev/zero.
+    void place(const char* path, Placed what, const std::string& text = {});
 
     // ---- running the service ----
     // Runs f and returns its result; what it printed is in output_.
