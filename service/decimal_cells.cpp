@@ -4,14 +4,21 @@
 
 namespace zoomaf {
 
+size_t DecimalCells::line_end_length(size_t at) const {
+    if (text_[at] == '\n') return 1;
+    if (text_[at] != '\r') return 0;
+    return at + 1 < text_.size() && text_[at + 1] == '\n' ? 2 : 1;
+}
+
 void DecimalCells::skip_blank_lines() {
     size_t p = pos_;
-    while (p < text_.size() && is_blank(text_[p])) ++p;
-    while (p < text_.size() && text_[p] == '\n') {
-        pos_ = ++p;
+    for (;;) {
+        while (p < text_.size() && is_blank(text_[p]) && line_end_length(p) == 0) ++p;
+        const size_t line_end = p < text_.size() ? line_end_length(p) : 0;
+        if (line_end == 0) break;
+        pos_ = p += line_end;
         ++line_;
         column_ = 0;
-        while (p < text_.size() && is_blank(text_[p])) ++p;
     }
     if (p == text_.size()) pos_ = p;
 }
@@ -26,7 +33,7 @@ DecimalCells::Result DecimalCells::next(int32_t& value) {
     cell_line_ = line_;
     cell_column_ = column_;
     size_t end = pos_;
-    while (end < text_.size() && text_[end] != ',' && text_[end] != '\n') ++end;
+    while (end < text_.size() && text_[end] != ',' && line_end_length(end) == 0) ++end;
     cell_ = trim_blanks(text_.substr(pos_, end - pos_));
     if (end == text_.size() && cell_.empty()) {
         separator_ = Separator::end;
@@ -42,7 +49,7 @@ DecimalCells::Result DecimalCells::next(int32_t& value) {
         ++column_;
     } else {
         separator_ = Separator::line_end;
-        pos_ = end + 1;
+        pos_ = end + line_end_length(end);
         ++line_;
         column_ = 0;
     }

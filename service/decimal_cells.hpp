@@ -1,9 +1,9 @@
 // The number files of the service (the lens table, the laser calibration): decimal integers
-// separated by commas or line ends, "1,2,3\n" or "1\r\n2\r\n3". A cell is the text from one
-// separator to the next, blanks around it ignored; it is a number only when that text is a
-// whole decimal integer within int32, so "2872.5", "2.8e3", "12-3" or a stray byte is
-// refused as one cell instead of being read as two numbers that shift every later cell.
-// The reader knows the line and the column of each cell for messages.
+// separated by commas or line ends (LF, CR LF or a CR alone), "1,2,3\n" or "1\r\n2\r\n3". A
+// cell is the text from one separator to the next, blanks around it ignored; it is a number
+// only when that text is a whole decimal integer within int32, so "2872.5", "2.8e3", "12-3"
+// or a stray byte is refused as one cell instead of being read as two numbers that shift
+// every later cell. The reader knows the line and the column of each cell for messages.
 #pragma once
 
 #include <cstdint>
@@ -38,6 +38,9 @@ public:
     std::string cell_text() const;
 
 private:
+    // 1 for LF or a CR alone, 2 for CR LF, 0 when text_[at] ends no line.
+    size_t line_end_length(size_t at) const;
+
     std::string_view text_;
     size_t pos_ = 0;
     int line_ = 1;  // line of text_[pos_]

@@ -46,7 +46,7 @@ protected:
 TEST_F(LensTable, TheTableLoadsShiftedByTheCalibrationCarriedOverRowsWithItsRanges) {
     laser_motor_calibration[10] = cell(10, 5) + 7;
     laser_motor_calibration[30] = cell(30, 5) - 4;
-    for (const char* line_end : {"\n", "\r\n", ",\r\n"}) {
+    for (const char* line_end : {"\n", "\r\n", ",\r\n", "\r"}) {
         SCOPED_TRACE(testing::PrintToString(line_end));
         board().write_file(LENS_TABLE_FILE, synthetic_table(line_end));
         ASSERT_EQ(call(ReadAFTXT), READ_AFTXT_OK);
