@@ -7,13 +7,21 @@
 #include <cstring>
 
 #include "channels/channel_layout.hpp"
+#include "ipc/ipc_internal.hpp"
 
 namespace zoomaf::ipc {
 
-bool take_area_focus_point(VrelShareMan& channel, std::optional<VrelAreaFocusPoint>& point) {
-    if (VrelSemaphoreP(&channel) != 0) {
-        std::printf("\r\nError:GetAreaFocusUpdateStatus SemaphoreP failed!");
-        return false;
+AreaFocusLook take_area_focus_point(VrelShareMan& channel,
+                                    std::optional<VrelAreaFocusPoint>& point) {
+    switch (semaphore_take_within(channel, kReaderWaitNs)) {
+        case Take::taken:
+            break;
+        case Take::timed_out:
+            say_semaphore_held("GetAreaFocusUpdateStatus", channel, kReaderWaitNs);
+            return AreaFocusLook::held;
+        case Take::failed:
+            std::printf("\r\nError:GetAreaFocusUpdateStatus SemaphoreP failed!");
+            return AreaFocusLook::failed;
     }
     if (channels::update_flag(channel.shm_addr) == 1) {
         VrelAreaFocusPoint taken{};
@@ -25,9 +33,9 @@ bool take_area_focus_point(VrelShareMan& channel, std::optional<VrelAreaFocusPoi
     }
     if (VrelSemaphoreV(&channel) != 0) {
         std::puts("Error:VrelSemaphoreV  failed!\r");
-        return false;
+        return AreaFocusLook::failed;
     }
-    return true;
+    return AreaFocusLook::done;
 }
 
 }  // namespace zoomaf::ipc

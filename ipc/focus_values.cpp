@@ -19,7 +19,8 @@ VrelShareMan& fv_channel() {
 
 extern "C" {
 
-// Called by the focus loop under the service lock. The channel is opened on first use;
+// Called by the focus loop under the service lock: 0 new values, 1 none (also when another
+// process holds the channel too long), -1 the channel failed. The channel is opened on first use;
 // when that fails the call reports "no values" and the next call tries again, rather than
 // taking a semaphore that does not exist.
 int32_t fv_publish_consume_encodered_data(void* fv_record) {
@@ -29,9 +30,16 @@ int32_t fv_publish_consume_encodered_data(void* fv_record) {
         channel = VrelShareMan{};
         return -1;
     }
-    if (VrelSemaphoreP(&channel) != 0) {
-        std::puts("\r\nError:fv_publish_consume_encodered_data SemaphoreP failed!\r");
-        return -1;
+    switch (zoomaf::ipc::semaphore_take_within(channel, zoomaf::ipc::kReaderWaitNs)) {
+        case zoomaf::ipc::Take::taken:
+            break;
+        case zoomaf::ipc::Take::timed_out:
+            zoomaf::ipc::say_semaphore_held("fv_publish_consume_encodered_data", channel,
+                                            zoomaf::ipc::kReaderWaitNs);
+            return 1;
+        case zoomaf::ipc::Take::failed:
+            std::puts("\r\nError:fv_publish_consume_encodered_data SemaphoreP failed!\r");
+            return -1;
     }
     const bool fresh = zoomaf::channels::update_flag(channel.shm_addr) == 1;
     if (fresh) {

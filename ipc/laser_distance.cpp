@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "channels/channel_layout.hpp"
+#include "ipc/ipc_internal.hpp"
 #include "zoomaf/assist_info.h"
 #include "zoomaf/service_state.h"
 
@@ -95,7 +96,17 @@ uint16_t GetCurrentLaserDistance(void) {
     VrelShareMan& channel = LaserMenManHandle;
     // Before LaserShareMemeoryInit the record is all zero: semaphore set 0 may be another
     // process's, so it is left alone and the take counts as failed.
-    if (channel.shm_addr == nullptr || VrelSemaphoreP(&channel) != 0) {
+    const zoomaf::ipc::Take take =
+        channel.shm_addr == nullptr
+            ? zoomaf::ipc::Take::failed
+            : zoomaf::ipc::semaphore_take_within(channel, zoomaf::ipc::kReaderWaitNs);
+    if (take == zoomaf::ipc::Take::timed_out) {
+        // Held by another process: the last distance, as on the failure path.
+        zoomaf::ipc::say_semaphore_held("GetCurrentLaserDistance", channel,
+                                        zoomaf::ipc::kReaderWaitNs);
+        return global_laser_distance;
+    }
+    if (take == zoomaf::ipc::Take::failed) {
         std::printf("\r\nError:GetCurrentLaserDistance SemaphoreP failed!");
         return global_laser_distance;
     }

@@ -13,6 +13,7 @@
 #include <cstring>
 
 #include "channels/channel_layout.hpp"
+#include "ipc/ipc_internal.hpp"
 #include "platform/platform.hpp"
 
 namespace {
@@ -45,6 +46,36 @@ int semaphore_op(int sem_id, short delta) {
 }
 
 }  // namespace
+
+namespace zoomaf::ipc {
+
+Take semaphore_take_within(VrelShareMan& channel, uint64_t wait_ns) {
+    VREL_ASSERT(-1 != channel.sem_id);
+    sembuf op{};
+    op.sem_num = 0;
+    op.sem_op = -1;
+    op.sem_flg = SEM_UNDO;
+    const timespec timeout{static_cast<time_t>(wait_ns / 1000000000u),
+                           static_cast<long>(wait_ns % 1000000000u)};
+    // A wait cut short by a signal counts as one that ran out: no new data this time.
+    const int result = platform().semtimedop(channel.sem_id, &op, 1, &timeout);
+    if (result == -1 && (errno == EAGAIN || errno == EINTR)) return Take::timed_out;
+    if (result == -1) {
+        std::printf("SemaphoreP failed");
+        return Take::failed;
+    }
+    channels::semaphore_taken(channel.sem_id);
+    return Take::taken;
+}
+
+void say_semaphore_held(const char* reader, const VrelShareMan& channel, uint64_t wait_ns) {
+    std::printf(
+        "\r\nError:%s the semaphore of the channel with key 0x%X stayed taken for %llu ms, no "
+        "new data this time!\r\n",
+        reader, channel.shm_key, static_cast<unsigned long long>(wait_ns / 1000000u));
+}
+
+}  // namespace zoomaf::ipc
 
 extern "C" {
 

@@ -35,6 +35,12 @@ int LinuxPlatform::rename(const char* from, const char* to) {
 int LinuxPlatform::fsync(int fd) {
     return ::fsync(fd);
 }
+int LinuxPlatform::fstat(int fd, struct stat* st) {
+    return ::fstat(fd, st);
+}
+int LinuxPlatform::unlink(const char* path) {
+    return ::unlink(path);
+}
 char* LinuxPlatform::getcwd(char* buf, size_t size) {
     return ::getcwd(buf, size);
 }
@@ -53,6 +59,9 @@ int LinuxPlatform::semctl(int id, int num, int cmd, int arg) {
 }
 int LinuxPlatform::semop(int id, sembuf* ops, size_t nops) {
     return ::semop(id, ops, nops);
+}
+int LinuxPlatform::semtimedop(int id, sembuf* ops, size_t nops, const timespec* timeout) {
+    return ::semtimedop(id, ops, nops, timeout);
 }
 
 int LinuxPlatform::sleep_ns(uint64_t ns) {

@@ -5,6 +5,7 @@
 
 #include <sys/ipc.h>
 #include <sys/sem.h>
+#include <sys/stat.h>
 #include <sys/time.h>
 #include <sys/types.h>
 
@@ -29,6 +30,10 @@ public:
     // Replacing a file whole: write a new one beside it, flush it to disk, rename it over.
     virtual int rename(const char* from, const char* to) = 0;
     virtual int fsync(int fd) = 0;
+    // What a descriptor refers to: data files are read only when they are regular files.
+    virtual int fstat(int fd, struct stat* st) = 0;
+    // Removes a leftover temporary file (a link itself, never what it points to).
+    virtual int unlink(const char* path) = 0;
     // The working directory relative paths resolve against (for messages).
     virtual char* getcwd(char* buf, size_t size) = 0;
     // System V IPC
@@ -37,6 +42,9 @@ public:
     virtual int semget(key_t key, int nsems, int flags) = 0;
     virtual int semctl(int id, int num, int cmd, int arg) = 0;
     virtual int semop(int id, sembuf* ops, size_t nops) = 0;
+    // semop that gives up after timeout (EAGAIN): a reader never waits for ever on a
+    // semaphore that another process holds.
+    virtual int semtimedop(int id, sembuf* ops, size_t nops, const timespec* timeout) = 0;
     // time
     // Every nanosleep/usleep/sleep of the service; returns nanosleep's result (0 or -1)
     // so that the callers that report a failed sleep can do so.
@@ -57,12 +65,15 @@ public:
     FILE* fopen(const char* path, const char* mode) override;
     int rename(const char* from, const char* to) override;
     int fsync(int fd) override;
+    int fstat(int fd, struct stat* st) override;
+    int unlink(const char* path) override;
     char* getcwd(char* buf, size_t size) override;
     int shmget(key_t key, size_t size, int flags) override;
     void* shmat(int id, const void* addr, int flags) override;
     int semget(key_t key, int nsems, int flags) override;
     int semctl(int id, int num, int cmd, int arg) override;
     int semop(int id, sembuf* ops, size_t nops) override;
+    int semtimedop(int id, sembuf* ops, size_t nops, const timespec* timeout) override;
     int sleep_ns(uint64_t ns) override;
     timespec monotonic() override;
     timeval wall() override;

@@ -1,6 +1,5 @@
-// The DCC values (one defocus conversion coefficient per knot of the 8 x 6 grid) from the
-// DCC file, a DCC text file or the module memory, and the LRC bytes from the module memory.
-#include <cinttypes>
+// The DCC values (one defocus conversion coefficient per knot of the 8 x 6 grid) and the LRC
+// bytes from the module memory. The DCC files are read in dcc_files.cpp.
 #include <cstdio>
 #include <cstring>
 
@@ -14,7 +13,6 @@ namespace {
 
 using namespace zoomaf::sensor;
 
-constexpr size_t kDccFileBytes = 2 * IMX586_DCC_KNOTS;
 constexpr uint16_t kDccMemoryStart = 0x092F;  // value k: low byte at +2k, high byte next
 constexpr uint16_t kLrcMemoryStart = 0x07AF;
 constexpr uint64_t kMemoryValuePauseUs = 2000;
@@ -22,64 +20,6 @@ constexpr uint64_t kMemoryValuePauseUs = 2000;
 }  // namespace
 
 extern "C" {
-
-// A missing or short file gives zeros for the values it lacks: the day focus then computes
-// no defocus there and never moves by phase detection.
-int read_dcc_data_reg_byfile(const char* path, int64_t* dcc) {
-    if (path == nullptr || dcc == nullptr) {
-        std::puts("read_dcc_data_reg_byfile: no file name or no DCC array given\r");
-        return -1;
-    }
-    uint8_t bytes[kDccFileBytes] = {};
-    FILE* file = zoomaf::platform().fopen(path, "r+");
-    if (file != nullptr) {
-        std::fread(bytes, 1, sizeof bytes, file);
-        std::printf("get dcc success from file:%s\r\n", path);
-    } else {
-        std::puts("\r\n\r\n!!!ERROR:read dcc file error!\r\n\r");
-    }
-    for (size_t k = 0; k < IMX586_DCC_KNOTS; ++k) {
-        dcc[k] = bytes[2 * k] << 8 | bytes[2 * k + 1];
-    }
-    if (file != nullptr) std::fclose(file);
-    return 0;
-}
-
-// One value per line. The file must not hold more values than the knots: the values past
-// the 48th are not stored (the array has no room for them) and a line says so. A line
-// that is no number leaves its value as it was.
-int read_dcc_data_from_file(int64_t* dcc, float multiple) {
-    if (dcc == nullptr) {
-        std::puts("read_dcc_data_from_file: no DCC array given\r");
-        return -1;
-    }
-    char name[64];
-    std::snprintf(name, sizeof name, "%0.1f_dcc_data", static_cast<double>(multiple));
-    FILE* file = zoomaf::platform().fopen(name, "r");
-    std::printf("fopen %s success!\r\n", name);
-    if (file == nullptr) {
-        std::printf("fopen file:%f error！\r\n", static_cast<double>(multiple));
-        return -1;
-    }
-    char line[16];
-    size_t count = 0;
-    bool overflow = false;
-    while (std::fgets(line, sizeof line, file) != nullptr) {
-        if (count >= IMX586_DCC_KNOTS) {
-            overflow = true;
-            continue;
-        }
-        long value = 0;
-        if (std::sscanf(line, "%ld\r\n", &value) == 1) dcc[count] = value;
-        ++count;
-    }
-    std::fclose(file);
-    if (overflow) {
-        std::printf("dcc file %s holds more than %d values, the rest is ignored\r\n", name,
-                    IMX586_DCC_KNOTS);
-    }
-    return 0;
-}
 
 int read_dcc_data_reg(int64_t* dcc) {
     if (dcc == nullptr) {

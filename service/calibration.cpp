@@ -1,13 +1,16 @@
 // The unit's calibration files under /usr/hx7/calibration/: the laser table calibration
 // (a calibrated focus step per zoom row), the motor offset and the PD offset. A missing
 // file is not an error: that calibration is skipped and its offset stays 0.
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <string>
 
+#include "platform/data_file.hpp"
 #include "platform/platform.hpp"
 #include "service/decimal_cells.hpp"
 #include "service/service_internal.hpp"
@@ -34,11 +37,16 @@ int32_t leading_integer(const char* text, size_t size) {
     return magnitude > INT32_MAX ? INT32_MAX : static_cast<int32_t>(magnitude);
 }
 
-// Reads the laser calibration file into values. False, having said why, when a value is
-// not a number; a file that ends early leaves the rest of values as they were.
-bool read_laser_calibration(FILE* file, int32_t (&values)[LENS_TABLE_ROWS]) {
-    DecimalCells cells(file);
+// The laser calibration holds 170 short numbers; no valid file comes near this size.
+constexpr size_t kLaserCalibrationLimit = 64 * 1024;
+
+// Reads the laser calibration file into values, one number per line (or separated by
+// commas). False, having said why, when a value is not a number; a file that ends early
+// leaves the rest of values as they were.
+bool read_laser_calibration(std::string_view text, int32_t (&values)[LENS_TABLE_ROWS]) {
+    DecimalCells cells(text);
     for (int row = 0; row < LENS_TABLE_ROWS; ++row) {
+        cells.skip_blank_lines();
         switch (cells.next(values[row])) {
             case DecimalCells::Result::number:
                 break;
@@ -50,12 +58,17 @@ bool read_laser_calibration(FILE* file, int32_t (&values)[LENS_TABLE_ROWS]) {
                 return true;
             case DecimalCells::Result::not_a_number:
                 std::printf(
-                    "Error: the laser calibration file %s line %d (row %d): \"%.*s\" is not a "
+                    "Error: the laser calibration file %s line %d (row %d): \"%s\" is not a "
                     "number; the laser calibration is not used\r\n",
-                    LASER_CALIBRATION_FILE, cells.line(), row,
-                    static_cast<int>(cells.cell_text().size()), cells.cell_text().data());
+                    LASER_CALIBRATION_FILE, cells.line(), row, cells.cell_text().c_str());
                 return false;
         }
+    }
+    if (!cells.rest_is_blank()) {
+        std::printf(
+            "Warning: the laser calibration file %s holds more than %d values; line %d on is "
+            "not read\r\n",
+            LASER_CALIBRATION_FILE, LENS_TABLE_ROWS, cells.line());
     }
     return true;
 }
@@ -71,30 +84,43 @@ int32_t get_motor_calibration_step(const char* /*path*/, int32_t* out) {
     return 0;
 }
 
+// The offset is the leading integer of the file's first 16 bytes. A file that cannot be
+// opened leaves *out as it is and is no error; one that is not a regular file or cannot be
+// read is, with a message naming it.
 int32_t get_pd_calibration_step(const char* path, int32_t* out) {
     if (path == nullptr || out == nullptr) return 0;
-    FILE* file = zoomaf::platform().fopen(path, "r");
-    if (file == nullptr) return 0;
     char text[16] = {};
-    const size_t got = std::fread(text, 1, sizeof text, file);
-    *out = zoomaf::leading_integer(text, got);
-    std::fclose(file);
+    const zoomaf::DataFileRead file =
+        zoomaf::read_data_file(path, text, sizeof text, false, O_RDONLY);
+    if (file.status == zoomaf::DataFileRead::Status::cannot_open) return 0;
+    if (!file.ok()) {
+        std::printf("Error: the PD calibration file %s cannot be used: %s\r\n", path,
+                    file.reason(sizeof text).c_str());
+        return -1;
+    }
+    *out = zoomaf::leading_integer(text, file.size);
     return 0;
 }
 
 int32_t ReadLaserCalibration(void) {
     int32_t result = -1;
-    FILE* file = zoomaf::platform().fopen(LASER_CALIBRATION_FILE, "r");
-    if (file != nullptr) {
+    std::string text;
+    const zoomaf::DataFileRead file =
+        zoomaf::read_data_file(LASER_CALIBRATION_FILE, text, zoomaf::kLaserCalibrationLimit);
+    if (file.status == zoomaf::DataFileRead::Status::cannot_open) {
+        std::puts("Error:open laser calibration file fail!\r");
+    } else if (!file.ok()) {
+        std::printf(
+            "Error: the laser calibration file %s cannot be used: %s; the laser calibration is "
+            "not used\r\n",
+            LASER_CALIBRATION_FILE, file.reason(zoomaf::kLaserCalibrationLimit).c_str());
+    } else {
         int32_t values[LENS_TABLE_ROWS];
         std::memcpy(values, laser_motor_calibration, sizeof values);
-        if (zoomaf::read_laser_calibration(file, values)) {
+        if (zoomaf::read_laser_calibration(text, values)) {
             std::memcpy(laser_motor_calibration, values, sizeof values);
             result = 0;
         }
-        std::fclose(file);
-    } else {
-        std::puts("Error:open laser calibration file fail!\r");
     }
     for (int row = 0; row < LENS_TABLE_ROWS; ++row) {
         std::printf("multipleindex:%d,laser calibration motor:%d\r\n", row + 10,

@@ -5,6 +5,7 @@
 // pass holds the lock; the application relies on that.
 #include <cstdio>
 
+#include "service/service_internal.hpp"
 #include "zoomaf/app_pdaf.h"
 #include "zoomaf/lib_motor.h"
 
@@ -43,7 +44,7 @@ int32_t AppSetFocusCoordinates(int32_t x, int32_t y) {
             "PDAF_FREE_MODE!\r");
         return -1;
     }
-    if (x < 0 || x > 3999 || y < 0 || y > 2999) {
+    if (!zoomaf::focus_point_in_range(x, y)) {
         std::printf(
             "\r\n\r\nError: AppSetFocusCoordinates pointx:%d and pointy:%d is out of "
             "range(0-3999/0-2999)!\r\n",

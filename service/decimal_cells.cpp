@@ -1,54 +1,63 @@
 #include "service/decimal_cells.hpp"
 
-#include <cctype>
-#include <limits>
+#include "platform/data_file.hpp"
 
 namespace zoomaf {
 
-namespace {
-bool is_space(char c) {
-    return std::isspace(static_cast<unsigned char>(c)) != 0;
+size_t DecimalCells::line_end_length(size_t at) const {
+    if (text_[at] == '\n') return 1;
+    if (text_[at] != '\r') return 0;
+    return at + 1 < text_.size() && text_[at + 1] == '\n' ? 2 : 1;
 }
-bool is_digit(char c) {
-    return c >= '0' && c <= '9';
-}
-}  // namespace
 
-DecimalCells::DecimalCells(FILE* file) {
-    char chunk[16384];
-    size_t got = 0;
-    while ((got = std::fread(chunk, 1, sizeof chunk, file)) > 0) text_.append(chunk, got);
-    read_failed_ = std::ferror(file) != 0;
+void DecimalCells::skip_blank_lines() {
+    size_t p = pos_;
+    for (;;) {
+        while (p < text_.size() && is_blank(text_[p]) && line_end_length(p) == 0) ++p;
+        const size_t line_end = p < text_.size() ? line_end_length(p) : 0;
+        if (line_end == 0) break;
+        pos_ = p += line_end;
+        ++line_;
+        column_ = 0;
+    }
+    if (p == text_.size()) pos_ = p;
+}
+
+bool DecimalCells::rest_is_blank() {
+    skip_blank_lines();
+    cell_line_ = line_;
+    return pos_ == text_.size();
 }
 
 DecimalCells::Result DecimalCells::next(int32_t& value) {
-    while (pos_ < text_.size() && is_space(text_[pos_])) {
-        if (text_[pos_] == '\n') ++line_;
-        ++pos_;
-    }
     cell_line_ = line_;
-    const size_t start = pos_;
-    size_t end = start;
-    while (end < text_.size() && text_[end] != ',' && !is_space(text_[end])) ++end;
-    cell_ = std::string_view(text_).substr(start, end - start);
-    if (pos_ == text_.size()) return Result::end;
+    cell_column_ = column_;
+    size_t end = pos_;
+    while (end < text_.size() && text_[end] != ',' && line_end_length(end) == 0) ++end;
+    cell_ = trim_blanks(text_.substr(pos_, end - pos_));
+    if (end == text_.size() && cell_.empty()) {
+        separator_ = Separator::end;
+        pos_ = end;
+        return Result::end;
+    }
+    if (end == text_.size()) {
+        separator_ = Separator::end;
+        pos_ = end;
+    } else if (text_[end] == ',') {
+        separator_ = Separator::comma;
+        pos_ = end + 1;
+        ++column_;
+    } else {
+        separator_ = Separator::line_end;
+        pos_ = end + line_end_length(end);
+        ++line_;
+        column_ = 0;
+    }
+    return parse_decimal(cell_, value) ? Result::number : Result::not_a_number;
+}
 
-    bool negative = false;
-    if (text_[pos_] == '+' || text_[pos_] == '-') negative = text_[pos_++] == '-';
-    if (pos_ == text_.size() || !is_digit(text_[pos_])) return Result::not_a_number;
-    int64_t magnitude = 0;
-    const int64_t limit = int64_t{std::numeric_limits<int32_t>::max()} + (negative ? 1 : 0);
-    while (pos_ < text_.size() && is_digit(text_[pos_])) {
-        magnitude = magnitude * 10 + (text_[pos_++] - '0');
-        if (magnitude > limit) return Result::not_a_number;
-    }
-    value = static_cast<int32_t>(negative ? -magnitude : magnitude);
-    // The separator: exactly one character, whatever it is.
-    if (pos_ < text_.size()) {
-        if (text_[pos_] == '\n') ++line_;
-        ++pos_;
-    }
-    return Result::number;
+std::string DecimalCells::cell_text() const {
+    return printable(cell_);
 }
 
 }  // namespace zoomaf

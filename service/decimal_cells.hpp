@@ -1,12 +1,12 @@
-// The number files of the service (the lens table, the laser calibration) are read by the
-// rule the shipped files are written for: one decimal integer (leading white space skipped),
-// then exactly one character skipped as its separator. So "1,2,3\n" and "1\r\n2\r\n3" both
-// give 1, 2, 3. This reader adds what the bare rule lacks: it knows the line of each
-// number, and it tells a cell that is not a number from the end of the file.
+// The number files of the service (the lens table, the laser calibration): decimal integers
+// separated by commas or line ends (LF, CR LF or a CR alone), "1,2,3\n" or "1\r\n2\r\n3". A
+// cell is the text from one separator to the next, blanks around it ignored; it is a number
+// only when that text is a whole decimal integer within int32, so "2872.5", "2.8e3", "12-3"
+// or a stray byte is refused as one cell instead of being read as two numbers that shift
+// every later cell. The reader knows the line and the column of each cell for messages.
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
 #include <string>
 #include <string_view>
 
@@ -15,25 +15,40 @@ namespace zoomaf {
 class DecimalCells {
 public:
     enum class Result { number, end, not_a_number };
+    // What ended the cell next() looked at last.
+    enum class Separator { comma, line_end, end };
 
-    // Reads the whole stream (the caller closes it). read_failed() tells a read error.
-    explicit DecimalCells(FILE* file);
+    explicit DecimalCells(std::string_view text) : text_(text) {}
 
-    // The next cell. A number outside int32 counts as not a number.
+    // Passes over lines that hold nothing but blanks.
+    void skip_blank_lines();
+    // The next cell: end when the text is used up (blanks aside), otherwise the cell read
+    // and its separator passed over.
     Result next(int32_t& value);
-    // Line (from 1) of the cell next() looked at last.
+
+    // After the cells a reader takes: true when only blanks are left, otherwise line() is
+    // the line where more begins.
+    bool rest_is_blank();
+
+    Separator separator() const { return separator_; }
+    // Line (from 1) and column (from 0) of the cell next() looked at last.
     int line() const { return cell_line_; }
-    // The text of that cell up to the next separator (for messages).
-    std::string_view cell_text() const { return cell_; }
-    bool read_failed() const { return read_failed_; }
+    int column() const { return cell_column_; }
+    // The text of that cell, bytes outside printable ASCII as \xNN (for messages).
+    std::string cell_text() const;
 
 private:
-    std::string text_;
+    // 1 for LF or a CR alone, 2 for CR LF, 0 when text_[at] ends no line.
+    size_t line_end_length(size_t at) const;
+
+    std::string_view text_;
     size_t pos_ = 0;
     int line_ = 1;  // line of text_[pos_]
+    int column_ = 0;
     int cell_line_ = 1;
+    int cell_column_ = 0;
     std::string_view cell_;
-    bool read_failed_ = false;
+    Separator separator_ = Separator::end;
 };
 
 }  // namespace zoomaf

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <memory>
 
+#include "platform/data_file.hpp"
 #include "platform/platform.hpp"
 #include "service/decimal_cells.hpp"
 #include "service/service_internal.hpp"
@@ -22,37 +23,69 @@ struct Table {
     int32_t cells[LENS_TABLE_ROWS][LENS_TABLE_COLUMNS];
 };
 
-// Reads the file's cells into table, row by row. A file that ends early leaves the cells
-// after its end as they were, so a short update file changes only the rows it has.
-// Returns false, having said why, when a cell is not a number.
-bool read_cells(FILE* file, Table& table) {
-    DecimalCells cells(file);
-    if (cells.read_failed()) {
-        std::printf("Error: the lens table file \"%s\" could not be read to its end (%s)\r\n",
-                    LENS_TABLE_FILE, std::strerror(errno));
+// No lens table comes near this size (170 lines of 107 cells of at most 11 characters).
+constexpr size_t kLensTableLimit = size_t{1} << 20;
+constexpr int kLastColumn = LENS_TABLE_FILE_COLUMNS - 1;
+
+enum class CellsRead { whole, short_file, empty, malformed };
+
+void say_malformed(const DecimalCells& cells, const char* why) {
+    std::printf(
+        "Error: the lens table file \"%s\" line %d column %d: \"%s\" %s; the lens table is not "
+        "loaded\r\n",
+        LENS_TABLE_FILE, cells.line(), cells.column(), cells.cell_text().c_str(), why);
+}
+
+// After the last column: nothing more on the line, or one empty cell (a trailing comma).
+bool line_ends_after_last_column(DecimalCells& cells) {
+    if (cells.separator() != DecimalCells::Separator::comma) return true;
+    int32_t ignored = 0;
+    const DecimalCells::Result more = cells.next(ignored);
+    if (more == DecimalCells::Result::end) return true;
+    if (cells.cell_text().empty() && cells.separator() != DecimalCells::Separator::comma) {
+        return true;
     }
+    say_malformed(cells, "is one column too many (a line holds 107)");
+    return false;
+}
+
+// Reads the file's lines into table, row by row: 107 cells a line, each a decimal integer.
+// A file that ends early leaves the cells after its end as they were, so a short update
+// file changes only the rows it has. Any other fault in a line refuses the whole file, having
+// said where.
+CellsRead read_cells(std::string_view text, Table& table) {
+    DecimalCells cells(text);
     for (int row = 0; row < LENS_TABLE_ROWS; ++row) {
-        for (int column = 0; column < LENS_TABLE_FILE_COLUMNS; ++column) {
+        cells.skip_blank_lines();
+        for (int column = 0; column <= kLastColumn; ++column) {
             switch (cells.next(table.cells[row][column])) {
                 case DecimalCells::Result::number:
                     break;
                 case DecimalCells::Result::end:
+                    if (row == 0 && column == 0) return CellsRead::empty;
                     std::printf(
                         "Warning: the lens table file \"%s\" ends at line %d before row %d "
                         "column %d; the cells from there on keep their values\r\n",
                         LENS_TABLE_FILE, cells.line(), row, column);
-                    return true;
+                    return CellsRead::short_file;
                 case DecimalCells::Result::not_a_number:
-                    std::printf(
-                        "Error: the lens table file \"%s\" line %d column %d: \"%.*s\" is not "
-                        "a number; the lens table is not loaded\r\n",
-                        LENS_TABLE_FILE, cells.line(), column,
-                        static_cast<int>(cells.cell_text().size()), cells.cell_text().data());
-                    return false;
+                    say_malformed(cells, "is not a number");
+                    return CellsRead::malformed;
+            }
+            if (column < kLastColumn && cells.separator() == DecimalCells::Separator::line_end) {
+                say_malformed(cells, "ends the line early (a line holds 107 columns)");
+                return CellsRead::malformed;
             }
         }
+        if (!line_ends_after_last_column(cells)) return CellsRead::malformed;
     }
-    return true;
+    if (!cells.rest_is_blank()) {
+        std::printf(
+            "Warning: the lens table file \"%s\" holds more than %d rows; line %d on is not "
+            "read\r\n",
+            LENS_TABLE_FILE, LENS_TABLE_ROWS, cells.line());
+    }
+    return CellsRead::whole;
 }
 
 void say_missing_table() {
@@ -100,20 +133,40 @@ void derive_step_sections() {
 
 extern "C" {
 
-// A missing table or a cell that is not a number leaves the table as it was and is
-// reported; the bench program ends with status 1 on either result.
+// A missing, unusable or empty table, or a malformed line, leaves the table as it was and
+// is reported; the bench program ends with status 1 on any of these results.
 int32_t ReadAFTXT(void) {
-    FILE* file = zoomaf::platform().fopen(LENS_TABLE_FILE, "r");
-    if (file == nullptr) {
+    std::string text;
+    const zoomaf::DataFileRead file =
+        zoomaf::read_data_file(LENS_TABLE_FILE, text, zoomaf::kLensTableLimit);
+    if (file.status == zoomaf::DataFileRead::Status::cannot_open) {
+        errno = file.error;
         zoomaf::say_missing_table();
         return READ_AFTXT_MISSING;
+    }
+    if (!file.ok()) {
+        std::printf(
+            "Error: the lens table file \"%s\" cannot be used: %s; the lens table is not "
+            "loaded\r\n",
+            LENS_TABLE_FILE, file.reason(zoomaf::kLensTableLimit).c_str());
+        return READ_AFTXT_UNREADABLE;
     }
     // The cells go to a copy first, so that a bad file changes nothing.
     auto table = std::make_unique<zoomaf::Table>();
     std::memcpy(table->cells, TxtToDat, sizeof TxtToDat);
-    const bool read = zoomaf::read_cells(file, *table);
-    std::fclose(file);
-    if (!read) return READ_AFTXT_NOT_NUMBER;
+    switch (zoomaf::read_cells(text, *table)) {
+        case zoomaf::CellsRead::whole:
+        case zoomaf::CellsRead::short_file:
+            break;
+        case zoomaf::CellsRead::empty:
+            std::printf(
+                "Error: the lens table file \"%s\" holds no numbers; the lens table is not "
+                "loaded\r\n",
+                LENS_TABLE_FILE);
+            return READ_AFTXT_UNREADABLE;
+        case zoomaf::CellsRead::malformed:
+            return READ_AFTXT_NOT_NUMBER;
+    }
     std::memcpy(TxtToDat, table->cells, sizeof TxtToDat);
 
     zoomaf::apply_laser_calibration();

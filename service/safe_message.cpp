@@ -31,6 +31,11 @@ SafeMessage& SafeMessage::number(int64_t n) {
     return text(reversed);
 }
 
+SafeMessage& SafeMessage::error(int errnum) {
+    const char* description = ::strerrordesc_np(errnum);
+    return description != nullptr ? text(description) : text("error ").number(errnum);
+}
+
 void SafeMessage::say(Context context) const {
     zoomaf::say(context, line_);
 }

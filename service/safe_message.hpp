@@ -15,6 +15,8 @@ class SafeMessage {
 public:
     SafeMessage& text(const char* s);
     SafeMessage& number(int64_t n);
+    // The system's text of an errno value (from a static table: no locale, no allocation).
+    SafeMessage& error(int errnum);
     void say(Context context) const;
 
 private:

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
@@ -10,6 +11,7 @@
 #include <cstring>
 #include <mutex>
 
+#include "platform/data_file.hpp"
 #include "platform/platform.hpp"
 #include "service/safe_message.hpp"
 #include "service/selfstudy_internal.hpp"
@@ -17,24 +19,6 @@
 
 namespace zoomaf::selfstudy {
 namespace {
-
-// Reads the file into the store: the bytes it has, the rest stays unlearned. -1 on a read
-// error (the store is then cleared again: half a store read is not trusted).
-ssize_t read_store(int fd) {
-    char* bytes = reinterpret_cast<char*>(selfstudy_point);
-    size_t got = 0;
-    while (got < SELFSTUDY_STORE_BYTES) {
-        const ssize_t n = platform().read(fd, bytes + got, SELFSTUDY_STORE_BYTES - got);
-        if (n < 0 && errno == EINTR) continue;
-        if (n < 0) {
-            std::memset(selfstudy_point, 0, SELFSTUDY_STORE_BYTES);
-            return -1;
-        }
-        if (n == 0) break;
-        got += static_cast<size_t>(n);
-    }
-    return static_cast<ssize_t>(got);
-}
 
 void print_learned_entries() {
     for (int block = 0; block < SELFSTUDY_PRINTED_BLOCKS; ++block) {
@@ -48,29 +32,38 @@ void print_learned_entries() {
     }
 }
 
-// A file that exists but cannot be opened prints nothing and leaves the store unlearned.
-void load_store() {
-    const int fd = platform().open(SELFSTUDY_FILE, O_RDONLY);
-    if (fd < 0) return;
+// Loads the file into the store: the bytes it has, the rest stays unlearned. A file that
+// exists but cannot be opened prints nothing; one that is not a regular file, is larger than
+// a store or cannot be read is said so. False when nothing was loaded: the store then stays
+// unlearned, and the savers keep the file as it is (store_unread).
+bool load_store() {
     std::unique_lock lock(store_mutex);
-    const ssize_t got = read_store(fd);
-    platform().close(fd);
-    if (got < 0) {
-        std::printf("Error:InitGlobalClearinfo,can't read the selfstudyinfo file:%s!\r\n",
-                    SELFSTUDY_FILE);
-        return;
+    const DataFileRead file =
+        read_data_file(SELFSTUDY_FILE, selfstudy_point, SELFSTUDY_STORE_BYTES, true, O_RDONLY);
+    if (!file.ok()) {
+        // Half a store read is not trusted.
+        std::memset(selfstudy_point, 0, SELFSTUDY_STORE_BYTES);
+        if (file.status == DataFileRead::Status::read_error) {
+            std::printf("Error:InitGlobalClearinfo,can't read the selfstudyinfo file:%s!\r\n",
+                        SELFSTUDY_FILE);
+        } else if (file.status != DataFileRead::Status::cannot_open) {
+            std::printf("Error:InitGlobalClearinfo,the selfstudyinfo file %s is not loaded: %s\r\n",
+                        SELFSTUDY_FILE, file.reason(SELFSTUDY_STORE_BYTES).c_str());
+        }
+        return false;
     }
-    if (got < SELFSTUDY_STORE_BYTES) {
+    if (file.size < SELFSTUDY_STORE_BYTES) {
         std::printf(
-            "Warning:the selfstudyinfo file %s holds %zd of %d bytes, the rest starts "
+            "Warning:the selfstudyinfo file %s holds %zu of %d bytes, the rest starts "
             "unlearned\r\n",
-            SELFSTUDY_FILE, got, SELFSTUDY_STORE_BYTES);
+            SELFSTUDY_FILE, file.size, SELFSTUDY_STORE_BYTES);
     }
     std::puts("start printf self study info:\r");
     print_learned_entries();
     lock.unlock();
     platform().sleep_ns(3000000000ull);
     std::puts("over printf self study info:\r");
+    return true;
 }
 
 }  // namespace
@@ -98,18 +91,30 @@ int32_t InitGlobalClearinfo(void) {
         }
     }
     if (zoomaf::platform().access(SELFSTUDY_FILE, F_OK) == 0) {
-        zoomaf::selfstudy::load_store();
+        zoomaf::selfstudy::store_unread.store(!zoomaf::selfstudy::load_store(),
+                                              std::memory_order_relaxed);
     } else {
+        zoomaf::selfstudy::store_unread.store(false, std::memory_order_relaxed);
         CreateFreshSelfstudyClearinfo();
     }
     return 0;
 }
 
-// Only async-signal-safe calls: messages by write(2), the save by the platform's open,
-// write, fsync, close and rename. The memory is not freed (free() is not safe here and the
-// process ends at once); the pointer is cleared so nothing learns into it any more.
+// Only async-signal-safe calls: messages by write(2), the save by the platform's access,
+// open, write, fsync, close, unlink and rename, waits by nanosleep. The memory is not freed
+// (free() is not safe here and the process ends at once); the pointer is cleared so nothing
+// learns into it any more. The process ends within about a second whatever the other
+// threads hold: the self-study write lock is waited for 500 ms at most.
 void SignalFuncFPE(int sig) {
     using zoomaf::Context;
+    // A second fatal signal while the first is handled (on another thread, or on this one,
+    // interrupting the handler) leaves the save to the first and ends the process if the
+    // first has not done so within a second.
+    static std::atomic<bool> handling{false};
+    if (handling.exchange(true)) {
+        for (int pause = 0; pause < 50; ++pause) zoomaf::platform().sleep_ns(20000000);
+        ::_exit(0);
+    }
     zoomaf::say(Context::signal_handler, "\r\nError Capture Start!\r\n");
     zoomaf::SafeMessage()
         .text("AF Module unexception arrival:")

@@ -28,6 +28,12 @@ inline int laser_distance_column(uint16_t distance) {
     return distance / 10;
 }
 
+// A focus point within the picture's coordinates, 0..3999 x 0..2999, as
+// AppSetFocusCoordinates takes it.
+inline bool focus_point_in_range(int32_t x, int32_t y) {
+    return x >= 0 && x <= 3999 && y >= 0 && y <= 2999;
+}
+
 // The current zoom's row of mator_step_section, or -1 when multiple_index is outside it.
 inline int32_t current_section_row() {
     const int32_t row = multiple_index.load(std::memory_order_relaxed);

@@ -4,6 +4,7 @@
 // the machine it runs on.
 //
 // Exit status: 0 done, 2 bad arguments (one line on stderr), 1 a system failure.
+#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
@@ -15,10 +16,10 @@
 #include <limits>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "channels/channel_layout.hpp"
+#include "ipc/ipc_internal.hpp"
 #include "ipc/key_offset_platform.hpp"
 #include "zoomaf/assist_info.h"
 #include "zoomaf/vrel_sharememory.h"
@@ -29,6 +30,7 @@ constexpr int kExitSystem = 1;
 constexpr int kExitUsage = 2;
 // Payload bytes a dump shows in hex; the video channels hold megabytes.
 constexpr size_t kDumpedBytes = 4096;
+constexpr uint64_t kSemaphoreWaitNs = 2'000'000'000;
 constexpr const char* kOffsetVariable = "ZOOMAF_SHM_KEY_OFFSET";
 
 constexpr const char* kHelp =
@@ -50,10 +52,11 @@ constexpr const char* kHelp =
     "A channel that does not exist yet is created, as the service itself does.\n"
     "\n"
     "options:\n"
-    "  --key-offset N  add N (0..4294967295) to every shared-memory and semaphore key, so a\n"
-    "                  bench or a test uses channels of its own beside a running camera;\n"
-    "                  the environment variable ZOOMAF_SHM_KEY_OFFSET does the same\n"
-    "                  (the option wins). Default 0: the real channels.\n"
+    "  --key-offset N  add N (0..4294967295, decimal or 0x hexadecimal) to every\n"
+    "                  shared-memory and semaphore key, so a bench or a test uses channels\n"
+    "                  of its own beside a running camera; the environment variable\n"
+    "                  ZOOMAF_SHM_KEY_OFFSET does the same (the option wins). Default 0:\n"
+    "                  the real channels.\n"
     "\n"
     "exit status: 0 done, 2 bad arguments, 1 system failure.\n";
 
@@ -85,14 +88,28 @@ std::optional<VrelShareMan> open_channel(int memmode) {
     return channel;
 }
 
+// The channel's semaphore, waited for a while: a semaphore that another process holds for
+// longer is reported rather than waited for without end.
+bool take_semaphore(VrelShareMan& channel, int memmode) {
+    switch (zoomaf::ipc::semaphore_take_within(channel, kSemaphoreWaitNs)) {
+        case zoomaf::ipc::Take::taken:
+            return true;
+        case zoomaf::ipc::Take::timed_out:
+            std::fprintf(stderr, "zoomaf-shm: channel %d: the semaphore stayed taken for %llu s\n",
+                         memmode, static_cast<unsigned long long>(kSemaphoreWaitNs / 1000000000u));
+            return false;
+        case zoomaf::ipc::Take::failed:
+            break;
+    }
+    std::fprintf(stderr, "\nzoomaf-shm: channel %d: semaphore not taken\n", memmode);
+    return false;
+}
+
 // Puts a payload and raises the update flag, under the channel's semaphore.
 int publish(int memmode, const void* payload, size_t size) {
     auto channel = open_channel(memmode);
     if (!channel) return kExitSystem;
-    if (VrelSemaphoreP(&*channel) != 0) {
-        std::fprintf(stderr, "\nzoomaf-shm: channel %d: semaphore not taken\n", memmode);
-        return kExitSystem;
-    }
+    if (!take_semaphore(*channel, memmode)) return kExitSystem;
     std::memcpy(channel->data_addr, payload, size);
     zoomaf::channels::set_update_flag(channel->shm_addr, 1);
     if (VrelSemaphoreV(&*channel) != 0) {
@@ -143,10 +160,7 @@ int dump(int memmode, uint32_t key_offset) {
     const size_t length = static_cast<size_t>(channel->structlen);
     std::vector<uint8_t> payload(std::min(length, kDumpedBytes));
     uint32_t tail = 0;
-    if (VrelSemaphoreP(&*channel) != 0) {
-        std::fprintf(stderr, "\nzoomaf-shm: channel %d: semaphore not taken\n", memmode);
-        return kExitSystem;
-    }
+    if (!take_semaphore(*channel, memmode)) return kExitSystem;
     const uint32_t flag = zoomaf::channels::update_flag(channel->shm_addr);
     const uint32_t reserved = zoomaf::channels::reserved_word(channel->shm_addr);
     std::memcpy(payload.data(), channel->data_addr, payload.size());
@@ -171,89 +185,130 @@ int dump(int memmode, uint32_t key_offset) {
     return 0;
 }
 
-int run(const std::vector<const char*>& args, uint32_t key_offset) {
-    const std::string_view command = args[0];
-    const size_t operands = args.size() - 1;
-    auto expect_operands = [&](size_t count) { return operands == count; };
+// The key offset: decimal, or hexadecimal with 0x; a leading 0 is still decimal (never
+// octal), so "010" is ten.
+std::optional<int64_t> parse_key_offset(const std::string& text) {
+    if (text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X')) {
+        if (!std::isxdigit(static_cast<unsigned char>(text[2]))) return std::nullopt;
+        return parse_integer(text.c_str(), 0, UINT32_MAX, 16);
+    }
+    return parse_integer(text.c_str(), 0, UINT32_MAX);
+}
 
-    if (command == "laser") {
-        if (!expect_operands(1)) return usage_error("laser takes one distance in 0.1 m");
-        const auto distance = parse_integer(args[1], 0, 65535);
-        if (!distance)
-            return usage_error(std::string("bad laser distance '") + args[1] +
-                               "': a whole number 0..65535 (0.1 m)");
-        const uint16_t value = static_cast<uint16_t>(*distance);
-        return publish(VREL_LASER_CHANNEL, &value, sizeof value);
+int publish_laser(const std::string& text) {
+    const auto distance = parse_integer(text.c_str(), 0, 65535);
+    if (!distance) {
+        return usage_error("bad laser distance '" + text + "': a whole number 0..65535 (0.1 m)");
     }
-    if (command == "point") {
-        if (!expect_operands(2)) return usage_error("point takes x and y");
-        const auto x = parse_integer(args[1], INT32_MIN, INT32_MAX);
-        const auto y = parse_integer(args[2], INT32_MIN, INT32_MAX);
-        if (!x || !y) {
-            return usage_error(std::string("bad point '") + args[1] + " " + args[2] +
-                               "': two whole numbers (int32)");
-        }
-        const VrelAreaFocusPoint point{static_cast<int32_t>(*x), static_cast<int32_t>(*y)};
-        return publish(VREL_AREA_FOCUS_CHANNEL, &point, sizeof point);
+    const uint16_t value = static_cast<uint16_t>(*distance);
+    return publish(VREL_LASER_CHANNEL, &value, sizeof value);
+}
+
+int publish_point(const std::string& x_text, const std::string& y_text) {
+    const auto x = parse_integer(x_text.c_str(), INT32_MIN, INT32_MAX);
+    const auto y = parse_integer(y_text.c_str(), INT32_MIN, INT32_MAX);
+    if (!x || !y) {
+        return usage_error("bad point '" + x_text + " " + y_text + "': two whole numbers (int32)");
     }
-    if (command == "fv") {
-        if (!expect_operands(2)) return usage_error("fv takes fv1 and fv2");
-        const int64_t lo = std::numeric_limits<int64_t>::min();
-        const int64_t hi = std::numeric_limits<int64_t>::max();
-        const auto fv1 = parse_integer(args[1], lo, hi);
-        const auto fv2 = parse_integer(args[2], lo, hi);
-        if (!fv1 || !fv2) {
-            return usage_error(std::string("bad focus values '") + args[1] + " " + args[2] +
-                               "': two whole numbers (int64)");
-        }
-        const int64_t values[2] = {*fv1, *fv2};
-        return publish(VREL_FV_CHANNEL, values, sizeof values);
+    const VrelAreaFocusPoint point{static_cast<int32_t>(*x), static_cast<int32_t>(*y)};
+    return publish(VREL_AREA_FOCUS_CHANNEL, &point, sizeof point);
+}
+
+int publish_focus_values(const std::string& fv1_text, const std::string& fv2_text) {
+    const int64_t lo = std::numeric_limits<int64_t>::min();
+    const int64_t hi = std::numeric_limits<int64_t>::max();
+    const auto fv1 = parse_integer(fv1_text.c_str(), lo, hi);
+    const auto fv2 = parse_integer(fv2_text.c_str(), lo, hi);
+    if (!fv1 || !fv2) {
+        return usage_error("bad focus values '" + fv1_text + " " + fv2_text +
+                           "': two whole numbers (int64)");
     }
-    if (command == "dump") {
-        if (!expect_operands(1)) return usage_error("dump takes one channel number");
-        const auto memmode = parse_integer(args[1], VREL_MEMMODE_MIN, VREL_MEMMODE_MAX);
-        if (!memmode) {
-            return usage_error(std::string("unknown channel '") + args[1] + "': 0..33");
-        }
-        return dump(static_cast<int>(*memmode), key_offset);
-    }
-    return usage_error(std::string("unknown command '") + args[0] + "'");
+    const int64_t values[2] = {*fv1, *fv2};
+    return publish(VREL_FV_CHANNEL, values, sizeof values);
+}
+
+int dump_channel(const std::string& text, uint32_t key_offset) {
+    const auto memmode = parse_integer(text.c_str(), VREL_MEMMODE_MIN, VREL_MEMMODE_MAX);
+    if (!memmode) return usage_error("unknown channel '" + text + "': 0..33");
+    return dump(static_cast<int>(*memmode), key_offset);
+}
+
+// The first line of a command-line parser's message.
+std::string first_line(const std::string& message) {
+    return message.substr(0, message.find('\n'));
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    std::vector<const char*> args(argv + 1, argv + argc);
-    if (args.empty()) return usage_error("no command");
-    if (std::find_if(args.begin(), args.end(),
-                     [](const char* a) { return std::string_view(a) == "--help"; }) != args.end()) {
+    CLI::App app("Publishes into and dumps the assist channels of the focus service.",
+                 "zoomaf-shm");
+    app.set_help_flag("--help");
+    // What is left after the options and the commands is an unknown command.
+    app.allow_extras();
+    std::optional<std::string> offset_option;
+    app.add_option("--key-offset", offset_option);
+    // Operands are taken as text and checked here, so every bad one gets the same kind of
+    // message (and a negative number is an operand, not an option).
+    std::string first, second;
+    CLI::App* laser = app.add_subcommand("laser");
+    laser->add_option("distance", first)->required();
+    CLI::App* point = app.add_subcommand("point");
+    point->add_option("x", first)->required();
+    point->add_option("y", second)->required();
+    CLI::App* fv = app.add_subcommand("fv");
+    fv->add_option("fv1", first)->required();
+    fv->add_option("fv2", second)->required();
+    CLI::App* dump_command = app.add_subcommand("dump");
+    dump_command->add_option("channel", first)->required();
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::CallForHelp&) {
         std::fputs(kHelp, stdout);
         return 0;
+    } catch (const CLI::ParseError& error) {
+        return usage_error(first_line(error.what()));
     }
 
-    const char* offset_text = std::getenv(kOffsetVariable);
-    std::string offset_source = kOffsetVariable;
-    if (std::string_view(args[0]) == "--key-offset") {
-        if (args.size() < 2) return usage_error("--key-offset needs a number");
-        offset_text = args[1];
-        offset_source = "--key-offset";
-        args.erase(args.begin(), args.begin() + 2);
-        if (args.empty()) return usage_error("no command");
+    const std::vector<std::string> extras = app.remaining(true);
+    if (app.get_subcommands().empty()) {
+        return usage_error(extras.empty() ? "no command" : "unknown command '" + extras[0] + "'");
+    }
+    if (!extras.empty()) {
+        return usage_error(app.get_subcommands()[0]->get_name() + ": unexpected '" + extras[0] +
+                           "'");
+    }
+
+    std::optional<std::string> offset_text = offset_option;
+    std::string offset_source = "--key-offset";
+    if (!offset_text) {
+        if (const char* from_environment = std::getenv(kOffsetVariable)) {
+            offset_text = from_environment;
+            offset_source = kOffsetVariable;
+        }
     }
     uint32_t offset = 0;
-    if (offset_text != nullptr) {
-        // Decimal, or hexadecimal with 0x.
-        const auto parsed = parse_integer(offset_text, 0, UINT32_MAX, 0);
+    if (offset_text) {
+        const auto parsed = parse_key_offset(*offset_text);
         if (!parsed) {
-            return usage_error("bad key offset '" + std::string(offset_text) + "' from " +
-                               offset_source + ": 0..4294967295");
+            return usage_error("bad key offset '" + *offset_text + "' from " + offset_source +
+                               ": 0..4294967295, decimal or 0x hexadecimal");
         }
         offset = static_cast<uint32_t>(*parsed);
     }
 
     static zoomaf::ipc::KeyOffsetPlatform kernel(offset);
     zoomaf::install_platform(&kernel);
-    const int status = run(args, offset);
+    int status = kExitUsage;
+    if (laser->parsed()) {
+        status = publish_laser(first);
+    } else if (point->parsed()) {
+        status = publish_point(first, second);
+    } else if (fv->parsed()) {
+        status = publish_focus_values(first, second);
+    } else if (dump_command->parsed()) {
+        status = dump_channel(first, offset);
+    }
     std::fflush(stdout);
     zoomaf::install_platform(nullptr);
     return status;

@@ -77,8 +77,13 @@ ZOOMAF_API int32_t LaserShareMemeoryInit(void);
 /* Results of ReadAFTXT. The bench program exits with status 1 on a negative one: the
    service cannot focus without its lens table. */
 #define READ_AFTXT_OK 0
-#define READ_AFTXT_MISSING (-1)    /* the file cannot be opened */
-#define READ_AFTXT_NOT_NUMBER (-2) /* a cell is not a number; the table is left as it was */
+#define READ_AFTXT_MISSING (-1) /* the file cannot be opened */
+#define READ_AFTXT_NOT_NUMBER                                     \
+    (-2) /* a cell is not a number or a line does not hold 107 of \
+            them; the table is left as it was */
+#define READ_AFTXT_UNREADABLE                                       \
+    (-3) /* not a regular file, too large, unreadable or empty; the \
+            table is left as it was */
 
 /* Focus steps by row of multiple and distance column (see ReadAFTXT). */
 ZOOMAF_API extern int32_t TxtToDat[LENS_TABLE_ROWS][LENS_TABLE_COLUMNS];

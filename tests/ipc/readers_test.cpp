@@ -7,6 +7,8 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
+#include <csignal>
 #include <cstring>
 #include <optional>
 #include <thread>
@@ -14,6 +16,7 @@
 
 #include "channels/channel_layout.hpp"
 #include "gmock/gmock.h"
+#include "service/area_focus_updates.hpp"
 #include "tests/support/twin_test.hpp"
 #include "twin/module/channel_publisher.hpp"
 #include "twin/module/encoder.hpp"
@@ -151,6 +154,53 @@ TEST_F(LaserReader, WithoutItsSemaphoreReturnsTheLastDistanceAndKeepsTheFilterSt
     LaserMenManHandle = VrelShareMan{};  // before start-up: no semaphore is touched
     EXPECT_EQ(read(), 321);
     EXPECT_EQ(out_, "\r\nError:GetCurrentLaserDistance SemaphoreP failed!");
+}
+
+// Another process takes the semaphores of the laser, area-focus and focus-value channels
+// and never gives them back: each reader waits a bounded time, says so and goes on without
+// new data (the laser with the last distance); once that process is gone they read again.
+TEST_F(LaserReader, ReadersGoOnWhenAnotherProcessHoldsTheChannelSemaphores) {
+    twin::ChannelPublisher area(board(), VREL_AREA_FOCUS_CHANNEL);
+    twin::ChannelPublisher encoder(board(), VREL_FV_CHANNEL);
+    VrelShareMan area_channel{};
+    quietly([&] { VrelShareManInit(&area_channel, VREL_AREA_FOCUS_CHANNEL); });
+    uint16_t raw = 777;
+    ASSERT_TRUE(laser_->publish(&raw, sizeof raw));
+    int ready[2];
+    ASSERT_EQ(::pipe(ready), 0);
+    const pid_t holder = ::fork();
+    ASSERT_GE(holder, 0);
+    if (holder == 0) {
+        for (int sem_id : {laser_->sem_id(), area.sem_id(), encoder.sem_id()}) {
+            sembuf take{0, -1, SEM_UNDO};
+            if (::semop(sem_id, &take, 1) != 0) ::_exit(1);
+        }
+        if (::write(ready[1], "x", 1) != 1) ::_exit(1);
+        ::pause();
+        ::_exit(0);
+    }
+    char byte = 0;
+    ASSERT_EQ(::read(ready[0], &byte, 1), 1);
+
+    global_laser_distance = 321;
+    current_focus_mode = MANUAL_FOCUS_MODE;
+    VrelFocusValues record{};
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(read(), 321);
+    EXPECT_THAT(out_, HasSubstr("Error:GetCurrentLaserDistance the semaphore of the channel with "
+                                "key 0x1A2C stayed taken for 200 ms, no new data this time!"));
+    EXPECT_EQ(call([&] { return fv_publish_consume_encodered_data(&record); }), 1);
+    EXPECT_THAT(out_, HasSubstr("fv_publish_consume_encodered_data the semaphore"));
+    EXPECT_TRUE(call([&] { return area_focus_pass(area_channel); }));
+    EXPECT_THAT(out_, HasSubstr("GetAreaFocusUpdateStatus the semaphore"));
+    EXPECT_EQ(current_focus_mode, MANUAL_FOCUS_MODE);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+    EXPECT_EQ(last_laser, 100) << "the filter state is kept";
+
+    ::kill(holder, SIGKILL);
+    ::waitpid(holder, nullptr, 0);
+    for (int fd : ready) ::close(fd);
+    EXPECT_EQ(read(), 777) << "the kernel gave the dead holder's semaphores back";
 }
 
 using LaserReaderInParallel = LaserReader;

@@ -47,7 +47,10 @@ TEST_F(DccValues, AFileOf96BytesGives48BigEndianValuesAndZerosForWhatItLacks) {
 
     board().write_file(kDccFile, std::string("\x07\x9A\x07\x9B\x07", 5));
     std::fill(eeprom_dcc, eeprom_dcc + 48, 9);
-    EXPECT_EQ(read_file(), 0);
+    EXPECT_EQ(read_file(), -1) << "a short file is an error";
+    EXPECT_EQ(output_,
+              "Error: the DCC file 0416_-1930_-1960 holds 5 of 96 bytes; the values it lacks are "
+              "0\r\n");
     EXPECT_EQ(std::tuple(eeprom_dcc[0], eeprom_dcc[1], eeprom_dcc[2]),
               std::tuple(0x079A, 0x079B, 0x0700))
         << "half a value: the missing byte is 0";
@@ -56,7 +59,28 @@ TEST_F(DccValues, AFileOf96BytesGives48BigEndianValuesAndZerosForWhatItLacks) {
     std::fill(eeprom_dcc, eeprom_dcc + 48, 9);
     EXPECT_EQ(call([] { return read_dcc_data_reg_byfile("no_such_file", eeprom_dcc); }), 0);
     EXPECT_THAT(dcc(), Each(0));
-    EXPECT_EQ(output_, "\r\n\r\n!!!ERROR:read dcc file error!\r\n\r\n");
+    EXPECT_EQ(output_,
+              "\r\n\r\n!!!ERROR:read dcc file error!\r\n\r\n"
+              "Error: the DCC file no_such_file: cannot open it: No such file or directory; every "
+              "DCC value is 0\r\n");
+}
+
+// What is at the DCC file's path instead of a DCC file: an error naming it, every value 0.
+TEST_F(DccValues, BrokenBinaryFilesAreErrorsNamingThePath) {
+    const std::tuple<Placed, int, const char*> cases[] = {
+        {Placed::text, -1, "holds 0 of 96 bytes"},
+        {Placed::directory, 0, "cannot open it: Is a directory"},
+        {Placed::fifo, -1, "it is a FIFO"},
+        {Placed::link_to_dev_zero, -1, "it is a character device"}};
+    for (const auto& [kind, result, message] : cases) {
+        SCOPED_TRACE(message);
+        place(kDccFile, kind);
+        std::fill(eeprom_dcc, eeprom_dcc + 48, 9);
+        EXPECT_EQ(read_file(), result);
+        EXPECT_THAT(output_, HasSubstr("Error: the DCC file 0416_-1930_-1960"));
+        EXPECT_THAT(output_, HasSubstr(message));
+        EXPECT_THAT(dcc(), Each(0));
+    }
 }
 
 TEST_F(DccValues, TheShippedFileAndTheModuleMemoryHoldTheModulesCalibration) {
@@ -69,6 +93,7 @@ TEST_F(DccValues, TheShippedFileAndTheModuleMemoryHoldTheModulesCalibration) {
     EXPECT_THAT(from_file, Each(::testing::AllOf(::testing::Ge(1930), ::testing::Le(1960))));
 
     // The memory holds each value low byte first, one transfer per byte, one open for all.
+    recorder().clear();
     int64_t from_memory[48] = {};
     const uint64_t slept_before = slept_ns();
     ASSERT_EQ(call([&] { return read_dcc_data_reg(from_memory); }), 0);
@@ -112,6 +137,21 @@ TEST_F(DccValues, ATextFileNamedByTheMultipleGivesOneValuePerLineUpToTheArraysEn
     EXPECT_EQ(call([&] { return read_dcc_data_from_file(values, 3.5f); }), 0);
     EXPECT_EQ(std::tuple(values[47], values[48], values[49]), std::tuple(1947, -1, -1));
     EXPECT_THAT(output_, HasSubstr("more than 48 values"));
+
+    // A line is one value however long; one that is not a number refuses the file.
+    board().write_file("5.0_dcc_data", "\n000000000001942\r\n  -3 \n\n");
+    EXPECT_EQ(call([&] { return read_dcc_data_from_file(values, 5.0f); }), 0);
+    EXPECT_EQ(std::tuple(values[0], values[1], values[2]), std::tuple(1942, -3, 1902));
+    for (const char* bad : {"12.5", "1e3", "12-3", "99999999999999999999"}) {
+        board().write_file("5.0_dcc_data", std::string("1\n") + bad + "\n");
+        EXPECT_EQ(call([&] { return read_dcc_data_from_file(values, 5.0f); }), -1) << bad;
+        EXPECT_THAT(output_, HasSubstr(std::string("Error: the DCC file 5.0_dcc_data line 2: \"") +
+                                       bad + "\" is not a number; no value is taken"));
+        EXPECT_EQ(values[0], 1942);
+    }
+    board().write_file("5.0_dcc_data", std::string(65537, '7'));
+    EXPECT_EQ(call([&] { return read_dcc_data_from_file(values, 5.0f); }), -1);
+    EXPECT_THAT(output_, HasSubstr("it is larger than 65536 bytes"));
 }
 
 using SensorSetUp = TwinTest;

@@ -15,6 +15,7 @@
 #include <tuple>
 
 #include "channels/channel_layout.hpp"
+#include "service/area_focus_updates.hpp"
 #include "tests/support/twin_test.hpp"
 #include "twin/module/channel_publisher.hpp"
 #include "zoomaf/app_pdaf.h"
@@ -330,8 +331,7 @@ TEST_F(HostEntries, TheAreaFocusThreadSwitchesEvenManualModeToFreeModeOnANewPoin
 
         const uint32_t reserved = 0xDEADBEEF;
         std::memcpy(segment + VREL_RESERVED_OFFSET, &reserved, sizeof reserved);
-        // Stored as it comes: the readouts guard the grid, not the reader.
-        const VrelAreaFocusPoint point{4321, -7};
+        const VrelAreaFocusPoint point{3999, 0};
         ASSERT_TRUE(ui.publish(&point, sizeof point));
         ASSERT_TRUE(wait_for([] { return locked(is_coordinates_update) == 1; }));
         EXPECT_EQ(current_focus_mode, PDAF_FREE_MODE);
@@ -339,15 +339,46 @@ TEST_F(HostEntries, TheAreaFocusThreadSwitchesEvenManualModeToFreeModeOnANewPoin
         ASSERT_EQ(board().semctl(ui.sem_id(), 0, IPC_RMID, 0), 0);  // ends the thread
         thread.join();
     });
-    EXPECT_EQ(std::pair(free_focus_pointx, free_focus_pointy), std::pair(4321, -7));
+    EXPECT_EQ(std::pair(free_focus_pointx, free_focus_pointy), std::pair(3999, 0));
     EXPECT_EQ(channels::update_flag(segment), 0u);
     EXPECT_EQ(channels::reserved_word(segment), 0u) << "cleared together with the flag";
     EXPECT_THAT(output_,
-                HasSubstr("\r\n\r\nnget airstatus update,point_x:4321,point_y:-7!\r\n\r\n"));
+                HasSubstr("\r\n\r\nnget airstatus update,point_x:3999,point_y:0!\r\n\r\n"));
     EXPECT_THAT(output_, HasSubstr("SemaphoreP failed\r\nError:GetAreaFocusUpdateStatus "
                                    "SemaphoreP failed!"));
     EXPECT_EQ(returned, nullptr);
     EXPECT_TRUE(held_lock_after_return) << "a thread that lost its channel keeps the lock";
+}
+
+// A point from the channel is held to the picture as AppSetFocusCoordinates holds a caller's:
+// one outside it is consumed, said so and changes nothing.
+TEST_F(HostEntries, TheAreaFocusChannelRefusesPointsOutsideThePicture) {
+    twin::ChannelPublisher ui(board(), VREL_AREA_FOCUS_CHANNEL);
+    VrelShareMan channel{};
+    quietly([&] { VrelShareManInit(&channel, VREL_AREA_FOCUS_CHANNEL); });
+    const std::pair<VrelAreaFocusPoint, bool> points[] = {
+        {{4000, 0}, false},      {{0, 3000}, false},   {{-1, -1}, false}, {{INT32_MIN, 5}, false},
+        {{5, INT32_MAX}, false}, {{3999, 2999}, true}, {{0, 0}, true}};
+    for (const auto& [point, taken] : points) {
+        SCOPED_TRACE(testing::Message() << point.point_x << "," << point.point_y);
+        current_focus_mode = MANUAL_FOCUS_MODE;
+        is_coordinates_update = 0;
+        free_focus_pointx = free_focus_pointy = 77;
+        ASSERT_TRUE(ui.publish(&point, sizeof point));
+        EXPECT_TRUE(call([&] { return area_focus_pass(channel); }));
+        EXPECT_EQ(channels::update_flag(ui.segment()), 0u) << "consumed either way";
+        EXPECT_EQ(is_coordinates_update, taken ? 1 : 0);
+        EXPECT_EQ(current_focus_mode, taken ? PDAF_FREE_MODE : MANUAL_FOCUS_MODE);
+        EXPECT_EQ(free_focus_pointx, taken ? point.point_x : 77);
+        if (!taken) {
+            EXPECT_THAT(output_, HasSubstr("Error: GetAreaFocusUpdateStatus point_x:" +
+                                           std::to_string(point.point_x) +
+                                           " and point_y:" + std::to_string(point.point_y) +
+                                           " is out of range(0-3999/0-2999), the point is not "
+                                           "taken!\r\n"));
+        }
+    }
+    EXPECT_TRUE(service_lock_free());
 }
 
 TEST_F(HostEntries, PtzStartGoesBackToCentreFocusFromScratch) {

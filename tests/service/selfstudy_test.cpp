@@ -4,10 +4,18 @@
 // whole-file replacement, the exit save, the fatal-signal path).
 #include <fcntl.h>
 #include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 #include <atomic>
+#include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <iterator>
 #include <thread>
 #include <tuple>
 #include <utility>
@@ -298,6 +306,83 @@ TEST_F(SelfStudyFile, TheExitSaveWritesOnlyAChangedStoreAndEndsLearning) {
     EXPECT_EQ(selfstudy_info_write_lock, 0);
 }
 
+// A store that is there but could not be read at start is kept as it is: no save puts the
+// memory's (empty) store over it. Under root a mode-000 file is readable, so the refused
+// open is injected at the seam; the permission itself is tried when not root.
+TEST_F(SelfStudyFile, AStoreThatCouldNotBeReadAtStartIsNeverReplaced) {
+    std::string image(SELFSTUDY_STORE_BYTES, '\0');
+    learn(image, 3, 7, 1, 1234, 500, 2);
+    const std::string path = board().sandbox_path(SELFSTUDY_FILE);
+    const auto injected = [&](twin::FaultRule::Op op, int error) {
+        return [=, this] {
+            board().write_file(SELFSTUDY_FILE, image);
+            board().inject({.op = op, .target = SELFSTUDY_FILE, .error = error});
+        };
+    };
+    const std::pair<std::function<void()>, const char*> cases[] = {
+        {injected(twin::FaultRule::Op::open, EACCES), ""},  // nothing is printed at start
+        {injected(twin::FaultRule::Op::read, EIO),
+         "Error:InitGlobalClearinfo,can't read the selfstudyinfo file:./laserclearinfo!\r\n"},
+        {[&] { place(SELFSTUDY_FILE, Placed::directory); },
+         "the selfstudyinfo file ./laserclearinfo is not loaded: it is a directory, not a "
+         "regular file\r\n"},
+        {[&] { place(SELFSTUDY_FILE, Placed::fifo); }, "it is a FIFO"},
+        {[&] { place(SELFSTUDY_FILE, Placed::text, image + "x"); },
+         "it is larger than 6912000 bytes\r\n"},
+    };
+    for (const auto& [make, at_start] : cases) {
+        SCOPED_TRACE(at_start);
+        std::filesystem::remove_all(path);
+        make();
+        EXPECT_EQ(call(InitGlobalClearinfo), 0);
+        EXPECT_EQ(output_.empty(), *at_start == '\0') << output_;
+        EXPECT_THAT(output_, HasSubstr(at_start));
+        const auto kind = std::filesystem::status(path).type();
+        const std::string content = kind == std::filesystem::file_type::regular ? store_file() : "";
+        change_store();
+        call(DealWriteSelfStudyInfo2File);
+        EXPECT_THAT(output_, HasSubstr(",the selfstudyinfo file:./laserclearinfo could not be read "
+                                       "at start; it is kept as it is, not replaced!\r\n"));
+        EXPECT_EQ(std::filesystem::status(path).type(), kind);
+        EXPECT_TRUE(content.empty() || store_file() == content);
+        EXPECT_EQ(is_selfstudy_point_update, 1) << "a later save tries again";
+    }
+    // Once the file is gone there is nothing left to keep.
+    std::filesystem::remove_all(path);
+    EXPECT_EQ(call(DealWriteSelfStudyInfo2File), 0);
+    EXPECT_EQ(store_file(), store_memory());
+
+    if (::geteuid() == 0) return;
+    for (mode_t mode : {0000, 0444}) {
+        SCOPED_TRACE(mode);
+        board().write_file(SELFSTUDY_FILE, image);
+        ASSERT_EQ(::chmod(path.c_str(), mode), 0);
+        quietly([] { InitGlobalClearinfo(); });
+        change_store();
+        EXPECT_EQ(call(DealWriteSelfStudyInfo2File), 0);
+        EXPECT_THAT(output_, HasSubstr(mode == 0 ? "could not be read at start"
+                                                 : "may not be written: Permission denied"));
+        ::chmod(path.c_str(), 0644);
+        EXPECT_EQ(store_file(), image);
+    }
+}
+
+// Whatever is left at the temporary file's name (a link planted to overwrite another file,
+// the leftover of a save that was killed) is removed, never written through.
+TEST_F(SelfStudyFile, TheTemporaryFileIsNeverWrittenThroughWhatIsAtItsName) {
+    change_store();
+    board().write_file("/victim", "keep me");
+    const std::string temporary = board().sandbox_path("./laserclearinfo.tmp");
+    for (const std::string& target : {board().sandbox_path("/victim"), std::string("/nowhere")}) {
+        ASSERT_EQ(::symlink(target.c_str(), temporary.c_str()), 0);
+        EXPECT_EQ(call(DealWriteSelfStudyInfo2File), 0);
+        EXPECT_THAT(output_, HasSubstr("Warning:removed the leftover ./laserclearinfo.tmp\r\n"));
+        EXPECT_EQ(board().read_file("/victim"), "keep me");
+        EXPECT_EQ(store_file(), store_memory());
+        EXPECT_FALSE(std::filesystem::exists(temporary));
+    }
+}
+
 // The handler runs in a child process (it ends the process); the child's standard output
 // goes to a file of the sandbox so that the parent can read the messages.
 TEST_F(SelfStudyFile, TheFatalSignalHandlerSavesAChangedStoreAndExitsWithZero) {
@@ -339,6 +424,51 @@ TEST_F(SelfStudyFile, LearningWhileSavingDoesNotRace) {
     });
     EXPECT_EQ(call(DealWriteSelfStudyInfo2File), 0);
     EXPECT_EQ(store_file(), store_memory());
+}
+
+// A fatal signal in the middle of a save, on the real kernel: the interrupted save holds the
+// self-study write lock and never gives it back, yet the process ends within 2 s and the
+// store on disk is whole, the old one or the new one.
+TEST(SelfStudySignal, AFatalSignalDuringASaveEndsTheProcessWithTheStoreWhole) {
+    char where[] = "/dev/shm/zoomaf-signal-XXXXXX";  // memory: the 2 s are not the disk's
+    ASSERT_NE(::mkdtemp(where), nullptr);
+    const std::string store = std::string(where) + "/laserclearinfo";
+    for (int trial = 0; trial < 4; ++trial) {
+        std::filesystem::remove(store);
+        const pid_t child = ::fork();
+        ASSERT_GE(child, 0);
+        if (child == 0) {
+            if (::chdir(where) != 0 || !std::freopen("/dev/null", "w", stdout)) ::_exit(3);
+            InitGlobalClearinfo();  // creates the file: the old store, all zeros
+            std::memset(selfstudy_point, 0x5A, SELFSTUDY_STORE_BYTES);
+            for (;;) {
+                is_selfstudy_point_update = 1;
+                DealWriteSelfStudyInfo2File();
+            }
+        }
+        std::this_thread::sleep_for(std::chrono::milliseconds(150 + 40 * trial));
+        ASSERT_EQ(::kill(child, SIGTERM), 0);
+        const auto signalled = std::chrono::steady_clock::now();
+        int status = 0;
+        pid_t ended = 0;
+        while ((ended = ::waitpid(child, &status, WNOHANG)) == 0 &&
+               std::chrono::steady_clock::now() - signalled < std::chrono::seconds(2)) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        }
+        if (ended != child) {
+            ::kill(child, SIGKILL);
+            ::waitpid(child, &status, 0);
+            FAIL() << "trial " << trial << ": still running 2 s after SIGTERM";
+        }
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << trial;
+        std::ifstream in(store, std::ios::binary);
+        const std::string image{std::istreambuf_iterator<char>(in), {}};
+        ASSERT_EQ(image.size(), size_t{SELFSTUDY_STORE_BYTES}) << trial;
+        EXPECT_TRUE(image.find_first_not_of(image[0]) == std::string::npos &&
+                    (image[0] == 0 || image[0] == 0x5A))
+            << "trial " << trial << ": a torn store";
+    }
+    std::filesystem::remove_all(where);
 }
 
 }  // namespace

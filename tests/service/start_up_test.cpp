@@ -44,8 +44,8 @@ protected:
 TEST_F(LensTable, TheTableLoadsShiftedByTheCalibrationCarriedOverRowsWithItsRanges) {
     laser_motor_calibration[10] = cell(10, 5) + 7;
     laser_motor_calibration[30] = cell(30, 5) - 4;
-    for (const char* line_end : {"\n", "\r\n"}) {
-        SCOPED_TRACE(line_end[0] == '\r' ? "CR LF" : "LF");
+    for (const char* line_end : {"\n", "\r\n", ",\r\n", "\r"}) {
+        SCOPED_TRACE(testing::PrintToString(line_end));
         board().write_file(LENS_TABLE_FILE, synthetic_table(line_end));
         ASSERT_EQ(call(ReadAFTXT), READ_AFTXT_OK);
         for (int r = 0; r < LENS_TABLE_ROWS; ++r) {
@@ -82,6 +82,53 @@ TEST_F(LensTable, AMissingFileOrACellThatIsNotANumberChangesNothingAndSaysWhere)
     }
     EXPECT_EQ(TxtToDat[0][0], 7) << "cells before the bad one are not taken either";
     EXPECT_EQ(mator_step_section[0][0], 0);
+}
+
+// What a broken file at a reader's path gives.
+struct BrokenFile {
+    const char* what;
+    Placed kind;
+    std::string text;
+    int32_t result;
+    const char* message;
+};
+
+// The synthetic table with one cell (line 3, column 7) replaced.
+std::string with_cell(const std::string& cell) {
+    return synthetic_table().replace(synthetic_table().find(",20007,") + 1, 5, cell);
+}
+
+TEST_F(LensTable, BrokenFilesAreRefusedWithLineAndColumnOrWhatTheyAre) {
+    std::string long_line = synthetic_table(), short_line = synthetic_table();
+    long_line.insert(long_line.find('\n', long_line.find("\n20000,") + 1), ",5");  // line 3
+    short_line.erase(short_line.find(",20106\n"), 6);  // line 3 loses its last cell
+    const int32_t bad = READ_AFTXT_NOT_NUMBER, unusable = READ_AFTXT_UNREADABLE;
+    const BrokenFile cases[] = {
+        {"point", Placed::text, with_cell("2872.5"), bad, "line 3 column 7: \"2872.5\" is not a"},
+        {"exponent", Placed::text, with_cell("2.8e3"), bad, "line 3 column 7: \"2.8e3\""},
+        {"two numbers", Placed::text, with_cell("12-3"), bad, "line 3 column 7: \"12-3\""},
+        {"NUL", Placed::text, with_cell(std::string("12\0\x33", 4)), bad, "7: \"12\\x003\""},
+        {"108th column", Placed::text, long_line, bad, "3 column 107: \"5\" is one column too"},
+        {"short line", Placed::text, short_line, bad, "3 column 105: \"20105\" ends the line"},
+        {"empty", Placed::text, " \r\n\n", unusable, "holds no numbers"},
+        {"directory", Placed::directory, "", unusable, "cannot be used: it is a directory, not"},
+        {"FIFO", Placed::fifo, "", unusable, "it is a FIFO, not a regular file"},
+        {"/dev/zero", Placed::link_to_dev_zero, "", unusable, "it is a character device, not"},
+        {"too large", Placed::text, std::string(1048577, '1'), unusable, "larger than 1048576"},
+    };
+    for (const BrokenFile& c : cases) {
+        SCOPED_TRACE(c.what);
+        place(LENS_TABLE_FILE, c.kind, c.text);
+        EXPECT_EQ(call(ReadAFTXT), c.result);
+        EXPECT_THAT(output_, HasSubstr(c.message));
+        EXPECT_THAT(output_, HasSubstr("\"zy_240408_tvk_update.csv\""));
+        EXPECT_EQ(TxtToDat[2][7], 7) << "the table is left as it was";
+    }
+    EXPECT_EQ(mator_step_section[0][0], 0);
+
+    board().write_file(LENS_TABLE_FILE, synthetic_table() + "1,2,3\n");
+    EXPECT_EQ(call(ReadAFTXT), READ_AFTXT_OK);
+    EXPECT_THAT(output_, HasSubstr("holds more than 170 rows; line 171 on is not read"));
 }
 
 TEST_F(LensTable, AShortFileFillsWhatItHasAndTheRestKeepsItsValues) {
@@ -124,8 +171,7 @@ TEST_F(Calibration, TheLaserCalibrationIsTakenWhenWholeAndEveryRowIsPrinted) {
                                     "used\r\n"));
     EXPECT_EQ(laser_motor_calibration[0], 0) << "nothing of the file is taken";
 
-    // "12x": 12 is read, 'x' is its separator, and the line end is skipped as white space.
-    board().write_file(LASER_CALIBRATION_FILE, "0\n0\n12x\n7\n");
+    board().write_file(LASER_CALIBRATION_FILE, "0\n0\n12\n7\n");
     laser_motor_calibration[4] = 9;
     EXPECT_EQ(call(ReadLaserCalibration), 0);
     EXPECT_EQ(laser_motor_calibration[2], 12);
@@ -138,6 +184,41 @@ TEST_F(Calibration, TheLaserCalibrationIsTakenWhenWholeAndEveryRowIsPrinted) {
     EXPECT_EQ(laser_motor_calibration[25], 2984);
     EXPECT_EQ(laser_motor_calibration[100], -1854);
     EXPECT_THAT(output_, HasSubstr("multipleindex:35,laser calibration motor:2984\r\n"));
+}
+
+TEST_F(Calibration, BrokenCalibrationFilesAreRefusedAndChangeNothing) {
+    const BrokenFile cases[] = {
+        {"junk", Placed::text, "5\n12x\n", -1, "line 2 (row 1): \"12x\" is not a number"},
+        {"point", Placed::text, "5,2872.5\n", -1, "line 1 (row 1): \"2872.5\""},
+        {"directory", Placed::directory, "", -1, "cannot be used: it is a directory, not a"},
+        {"FIFO", Placed::fifo, "", -1, "it is a FIFO"},
+        {"too large", Placed::text, std::string(65537, '\n'), -1, "larger than 65536 bytes"},
+    };
+    laser_motor_calibration[1] = 44;
+    for (const BrokenFile& c : cases) {
+        SCOPED_TRACE(c.what);
+        place(LASER_CALIBRATION_FILE, c.kind, c.text);
+        EXPECT_EQ(call(ReadLaserCalibration), c.result);
+        EXPECT_THAT(output_, HasSubstr(c.message));
+        EXPECT_EQ(laser_motor_calibration[0], 0);
+        EXPECT_EQ(laser_motor_calibration[1], 44);
+    }
+    place(LASER_CALIBRATION_FILE, Placed::text, "1\n2\n");
+    board().inject({.op = twin::FaultRule::Op::read, .target = LASER_CALIBRATION_FILE});
+    EXPECT_EQ(call(ReadLaserCalibration), -1);
+    EXPECT_THAT(output_, HasSubstr("cannot read it: Input/output error"));
+    EXPECT_EQ(laser_motor_calibration[1], 44);
+
+    // The PD offset: a file that cannot be used is an error and the offset stays 0.
+    for (Placed kind : {Placed::directory, Placed::fifo}) {
+        place(PD_CALIBRATION_FILE, kind);
+        pd_calibration_value = 9;
+        EXPECT_EQ(call(pd_init_calibration), 0);
+        EXPECT_THAT(output_, HasSubstr("Error: the PD calibration file "
+                                       "/usr/hx7/calibration/pd_calibration.cfg cannot be used: "));
+        EXPECT_THAT(output_, HasSubstr("Error:get pd calibration offset step error!\r\n"));
+        EXPECT_EQ(pd_calibration_value, 0);
+    }
 }
 
 TEST_F(Calibration, AMotorCalibrationFileResetsTheRangesToTheTemplateWithOffsetZero) {
@@ -187,7 +268,7 @@ TEST_F(Calibration, ThePdOffsetIsTheLeadingIntegerOfItsFileAndOtherwiseZero) {
     }
 
     board().write_file(PD_CALIBRATION_FILE, "-12");
-    board().inject({.op = twin::FaultRule::Op::fopen, .target = PD_CALIBRATION_FILE});
+    board().inject({.op = twin::FaultRule::Op::open, .target = PD_CALIBRATION_FILE});
     EXPECT_EQ(call(pd_init_calibration), 0);
     EXPECT_EQ(pd_calibration_value, 0) << "a file that cannot be read gives 0";
 

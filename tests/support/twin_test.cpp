@@ -1,14 +1,19 @@
 #include "tests/support/twin_test.hpp"
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cmath>
 #include <csignal>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <functional>
 #include <sstream>
 #include <vector>
 
 #include "ipc/ipc_internal.hpp"
+#include "service/selfstudy_internal.hpp"
 #include "twin/module/still_subject.hpp"
 #include "zoomaf/app_pdaf.h"
 #include "zoomaf/assist_info.h"
@@ -38,7 +43,8 @@ public:
              init_motor_status, focus_area, pd_calibration_value, ptz_lock,
              selfstudy_info_write_lock, motor_lock, laser_lock);
         keep(TxtToDat, mator_step_section, template_mator_step_section, laser_motor_calibration,
-             calibration_offset_step, is_selfstudy_point_update, is_deal_selfstudy);
+             calibration_offset_step, is_selfstudy_point_update, is_deal_selfstudy,
+             selfstudy::store_unread);
         keep(eeprom_dcc);
         keep(LaserMenManHandle, PtzMenManHandle, global_laser_distance, last_laser, last_laster_cnt,
              Manual_laser_setup, CompensationMaxStep, CompensationSteps, ipc::fv_channel());
@@ -178,6 +184,26 @@ void TwinTest::bring_up_driver(uint8_t motor_id) {
     });
     with<twin::DriverChip>([](twin::DriverChip& chip) { chip.clear_register_writes(); });
     recorder().clear();
+}
+
+void TwinTest::place(const char* path, Placed what, const std::string& text) {
+    const std::string real = board().sandbox_path(path);
+    std::filesystem::remove_all(real);
+    std::filesystem::create_directories(std::filesystem::path(real).parent_path());
+    switch (what) {
+        case Placed::text:
+            board().write_file(path, text);
+            return;
+        case Placed::directory:
+            ASSERT_EQ(::mkdir(real.c_str(), 0755), 0);
+            return;
+        case Placed::fifo:
+            ASSERT_EQ(::mkfifo(real.c_str(), 0644), 0);
+            return;
+        case Placed::link_to_dev_zero:
+            ASSERT_EQ(::symlink("/dev/zero", real.c_str()), 0);
+            return;
+    }
 }
 
 int TwinTest::motor_at(twin::Motor motor) {

@@ -50,6 +50,9 @@ std::string data_file(const std::string& name);
 // The service lock (motro_safe_lock) is free: taken and given back at once.
 bool service_lock_free();
 
+// What a test puts at a data file's path (TwinTest::place).
+enum class Placed { text, directory, fifo, link_to_dev_zero };
+
 class TwinTest : public ::testing::Test {
 protected:
     void SetUp() override;
@@ -72,6 +75,11 @@ protected:
                         .error = ENXIO,
                         .count = count});
     }
+
+    // ---- what is at a data file's path ----
+    // Replaces whatever is at the board path by a file of text, a directory, a FIFO or a
+    // link to /dev/zero.
+    void place(const char* path, Placed what, const std::string& text = {});
 
     // ---- running the service ----
     // Runs f and returns its result; what it printed is in output_.

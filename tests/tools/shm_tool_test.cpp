@@ -68,8 +68,9 @@ protected:
 };
 
 TEST_F(ShmTool, LaserDistanceReachesTheServiceAndTheDumpShowsItsConsumption) {
-    ::unsetenv("ZOOMAF_SHM_KEY_OFFSET");  // the option moves the keys as the environment does
-    const ToolRun publish = tool("--key-offset " + std::to_string(offset_) + " laser 1234");
+    // The option moves the keys as the environment does; a leading 0 is decimal, not octal.
+    ::unsetenv("ZOOMAF_SHM_KEY_OFFSET");
+    const ToolRun publish = tool("--key-offset 0" + std::to_string(offset_) + " laser 1234");
     use_offset_from_environment();
     ASSERT_EQ(publish.status, 0) << publish.err;
     EXPECT_THAT(publish.out, HasSubstr("published on channel 12\n"));
@@ -129,10 +130,12 @@ TEST_F(ShmTool, BadArgumentsGetOneLineAndStatusTwoAndTouchNothing) {
         EXPECT_THAT(run.err, ::testing::StartsWith("zoomaf-shm: "));
         EXPECT_EQ(std::count(run.err.begin(), run.err.end(), '\n'), 1) << run.err;
     }
-    ::setenv("ZOOMAF_SHM_KEY_OFFSET", "lots", 1);
-    const ToolRun bad_env = tool("dump 12");
-    EXPECT_EQ(bad_env.status, 2);
-    EXPECT_THAT(bad_env.err, HasSubstr("ZOOMAF_SHM_KEY_OFFSET"));
+    for (const char* offset : {"lots", "0x", "0x1g"}) {
+        ::setenv("ZOOMAF_SHM_KEY_OFFSET", offset, 1);
+        const ToolRun bad_env = tool("dump 12");
+        EXPECT_EQ(bad_env.status, 2);
+        EXPECT_THAT(bad_env.err, HasSubstr("ZOOMAF_SHM_KEY_OFFSET"));
+    }
     for (int memmode : {2, 12, 19, 30}) {
         EXPECT_EQ(::shmget(kernel_key(channels::shm_key(memmode)), 0, 0), -1);
     }

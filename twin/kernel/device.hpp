@@ -7,6 +7,7 @@
 // -1 (or nullptr) with errno set, as the kernel call would.
 #pragma once
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <cstddef>
@@ -56,6 +57,8 @@ public:
     // Default: nothing to flush on a device node that cannot be synced (EINVAL), as for a
     // character device.
     virtual int fsync();
+    // Default: a character device (spidev, i2c-dev, a GPIO attribute) of size 0.
+    virtual int fstat(struct stat* st);
 };
 
 class DeviceNode {

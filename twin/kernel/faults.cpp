@@ -22,6 +22,10 @@ const char* op_name(FaultRule::Op op) {
             return "ioctl";
         case Op::fsync:
             return "fsync";
+        case Op::fstat:
+            return "fstat";
+        case Op::unlink:
+            return "unlink";
         case Op::fopen:
             return "fopen";
         case Op::access:

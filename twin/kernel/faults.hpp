@@ -30,9 +30,11 @@ struct FaultRule {
         read,
         write,
         ioctl,
-        fsync,  // descriptors and device nodes, by path
+        fsync,
+        fstat,  // descriptors and device nodes, by path
         fopen,
         access,
+        unlink,
         rename,    // files, by path (rename: the source)
         sleep,     // the clock
         readback,  // the driver chip's register read-back

@@ -77,6 +77,10 @@ int SysvIpc::semop(int id, sembuf* ops, size_t nops) {
     return ::semop(id, ops, nops);
 }
 
+int SysvIpc::semtimedop(int id, sembuf* ops, size_t nops, const timespec* timeout) {
+    return ::semtimedop(id, ops, nops, timeout);
+}
+
 key_t SysvIpc::segment_key(int id) const {
     const auto it = segments_.find(id);
     return it == segments_.end() ? IPC_PRIVATE : it->second;

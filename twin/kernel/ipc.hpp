@@ -1,7 +1,7 @@
 // System V IPC of the board: the real kernel calls, with every key salted per board so
 // that boards of parallel tests (and the real camera's processes) never meet, and every
 // segment and semaphore set the board made removed when it goes. The board calls it under
-// its mutex, except semop, which may block and touches no state here.
+// its mutex, except semop and semtimedop, which may block and touch no state here.
 #pragma once
 
 #include <sys/ipc.h>
@@ -30,6 +30,7 @@ public:
     int semget(key_t key, int nsems, int flags);
     int semctl(int id, int num, int cmd, int arg);
     int semop(int id, sembuf* ops, size_t nops);
+    int semtimedop(int id, sembuf* ops, size_t nops, const timespec* timeout);
 
     uint32_t salt() const { return salt_; }
 

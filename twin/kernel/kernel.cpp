@@ -200,6 +200,25 @@ int Kernel::fsync(int fd) {
     return entry->file->fsync();
 }
 
+int Kernel::fstat(int fd, struct stat* st) {
+    if (st == nullptr) return fail(EFAULT, -1);
+    std::lock_guard lock(mutex_);
+    FileTable::Entry* entry = files_.find(fd);
+    if (entry == nullptr) return fail(EBADF, -1);
+    if (auto error = injected(FaultRule::Op::fstat, entry->path)) return fail(*error, -1);
+    return entry->file->fstat(st);
+}
+
+int Kernel::unlink(const char* path) {
+    if (path == nullptr) return fail(EFAULT, -1);
+    std::lock_guard lock(mutex_);
+    if (*path == '\0') return fail(ENOENT, -1);
+    const std::string vpath = Sandbox::normalise(path);
+    if (auto error = injected(FaultRule::Op::unlink, vpath)) return fail(*error, -1);
+    if (Sandbox::is_kernel_path(vpath)) return fail(EPERM, -1);
+    return ::unlink(sandbox_.real_path(vpath).c_str());
+}
+
 char* Kernel::getcwd(char* buf, size_t size) {
     if (buf == nullptr) return fail(EINVAL, static_cast<char*>(nullptr));
     if (size < 2) return fail(ERANGE, static_cast<char*>(nullptr));
@@ -245,6 +264,16 @@ int Kernel::semop(int id, sembuf* ops, size_t nops) {
     }
     // Without the kernel mutex: a semop may wait for another thread of the service.
     return ipc_.semop(id, ops, nops);
+}
+
+int Kernel::semtimedop(int id, sembuf* ops, size_t nops, const timespec* timeout) {
+    {
+        std::lock_guard lock(mutex_);
+        if (auto error = injected(FaultRule::Op::semop, ipc_object_name(ipc_.semaphore_key(id)))) {
+            return fail(*error, -1);
+        }
+    }
+    return ipc_.semtimedop(id, ops, nops, timeout);
 }
 
 int Kernel::sleep_ns(uint64_t ns) {

@@ -12,8 +12,8 @@
 //     board.with<I2cBus>(9, [](I2cBus& bus) { bus.clear_transfers(); });
 //
 // All state sits behind one kernel mutex, so the service may call the kernel from any of
-// its threads. Only a blocking semop, a real-time sleep and the periodic events run outside
-// it.
+// its threads. Only a blocking semop (timed or not), a real-time sleep and the periodic events run
+// outside it.
 #pragma once
 
 #include <atomic>
@@ -71,6 +71,10 @@ public:
     int rename(const char* from, const char* to) override;
     // Flushes the real sandbox file behind the descriptor; EINVAL on a device node.
     int fsync(int fd) override;
+    // The real sandbox file's status; a device node is a character device.
+    int fstat(int fd, struct stat* st) override;
+    // Removes a sandbox file (a link itself); nothing under /dev or /sys (EPERM).
+    int unlink(const char* path) override;
     // The board's working directory: "/", the sandbox root.
     char* getcwd(char* buf, size_t size) override;
     int shmget(key_t key, size_t size, int flags) override;
@@ -78,6 +82,9 @@ public:
     int semget(key_t key, int nsems, int flags) override;
     int semctl(int id, int num, int cmd, int arg) override;
     int semop(int id, sembuf* ops, size_t nops) override;
+    // The real semtimedop: its timeout is real time, also on a board in virtual time (a
+    // semaphore held by another process is held in real time).
+    int semtimedop(int id, sembuf* ops, size_t nops, const timespec* timeout) override;
     // Virtual mode: advances the clock by ns. Real-time mode: sleeps ns / speed from the
     // call on, to within a few microseconds (see kSpinGuardNs). A sleep fault returns -1
     // with the rule's errno, sleeps nothing and is not counted.

@@ -100,6 +100,8 @@ public:
         return inner_.rename(from, to);
     }
     int fsync(int fd) override { return inner_.fsync(fd); }
+    int fstat(int fd, struct stat* st) override { return inner_.fstat(fd, st); }
+    int unlink(const char* path) override { return inner_.unlink(path); }
     char* getcwd(char* buf, size_t size) override { return inner_.getcwd(buf, size); }
     int shmget(key_t key, size_t size, int flags) override {
         return inner_.shmget(key, size, flags);
@@ -114,6 +116,9 @@ public:
         return inner_.semctl(id, num, cmd, arg);
     }
     int semop(int id, sembuf* ops, size_t nops) override { return inner_.semop(id, ops, nops); }
+    int semtimedop(int id, sembuf* ops, size_t nops, const timespec* timeout) override {
+        return inner_.semtimedop(id, ops, nops, timeout);
+    }
     int sleep_ns(uint64_t ns) override {
         {
             std::lock_guard lock(mutex_);

@@ -22,6 +22,7 @@ public:
     ssize_t read(void* buf, size_t n) override { return ::read(fd_, buf, n); }
     ssize_t write(const void* buf, size_t n) override { return ::write(fd_, buf, n); }
     int fsync() override { return ::fsync(fd_); }
+    int fstat(struct stat* st) override { return ::fstat(fd_, st); }
 
 private:
     int fd_;
