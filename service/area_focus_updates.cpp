@@ -1,5 +1,7 @@
 // The area-focus thread: polls the area-focus channel for a focus point chosen by the user
 // and switches the service to free-area focus on it.
+#include "service/area_focus_updates.hpp"
+
 #include <optional>
 
 #include "ipc/area_focus.hpp"
@@ -9,6 +11,25 @@
 namespace {
 constexpr uint64_t kPollPeriodNs = 100000ull * 1000ull;  // 100000 us
 }
+
+namespace zoomaf {
+
+bool take_area_focus_update(VrelShareMan& channel) {
+    std::optional<VrelAreaFocusPoint> point;
+    const bool channel_ok = ipc::take_area_focus_point(channel, point);
+    if (point) {
+        // The point is stored as it comes, in the coordinate space of
+        // AppSetFocusCoordinates. It is not range-checked here: the free-area window layout
+        // and the readouts must not let it index outside the 8 x 6 grid.
+        is_coordinates_update = 1;
+        free_focus_pointx = point->point_x;
+        free_focus_pointy = point->point_y;
+        current_focus_mode = PDAF_FREE_MODE;
+    }
+    return channel_ok;
+}
+
+}  // namespace zoomaf
 
 extern "C" {
 
@@ -20,18 +41,7 @@ void* GetAreaFocusUpdateStatus(void* /*unused*/) {
     VrelShareManInit(&channel, VREL_AREA_FOCUS_CHANNEL);
     for (;;) {
         try_lock();
-        std::optional<VrelAreaFocusPoint> point;
-        const bool channel_ok = zoomaf::ipc::take_area_focus_point(channel, point);
-        if (point) {
-            // The point is stored as it comes, in the coordinate space of
-            // AppSetFocusCoordinates. It is not range-checked here: the free-area window
-            // layout and the readouts must not let it index outside the 8 x 6 grid.
-            is_coordinates_update = 1;
-            free_focus_pointx = point->point_x;
-            free_focus_pointy = point->point_y;
-            current_focus_mode = PDAF_FREE_MODE;
-        }
-        if (!channel_ok) return nullptr;
+        if (!zoomaf::take_area_focus_update(channel)) return nullptr;
         unlock();
         zoomaf::platform().sleep_ns(kPollPeriodNs);
     }
