@@ -1,24 +1,21 @@
 // zoomaf-bench: the bench program. It starts the focus service in the board's order and
-// hands over to the test console; with --sim it runs the very same code on the digital twin.
+// hands over to the test console; with --sim it runs the very same code on the digital twin,
+// in front of a scene.
 #include <CLI/CLI.hpp>
 
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
-#include <memory>
+#include <optional>
 #include <string>
 
 #include "bench/sim_board.hpp"
-#include "platform/platform.hpp"
+#include "bench/start_up.hpp"
 #include "zoomaf/af_loop.h"
 #include "zoomaf/app_pdaf.h"
-#include "zoomaf/assist_info.h"
-#include "zoomaf/imx586.h"
 
 namespace {
-
-constexpr uint64_t kSensorSettleNs = 500'000'000;
 
 // The twin of a --sim run: reports and goes at exit, once the console has stopped the loop.
 zoomaf::bench::SimBoard* sim_board = nullptr;
@@ -31,24 +28,12 @@ void end_sim() {
     sim_board = nullptr;
 }
 
-// The start-up order of the board: the laser calibration goes before the lens table, which
-// applies it; the second read only re-reads and re-prints it.
+// The scene's own changes (subjects, light, laser, area points) play from the end of the
+// start-up; its application calls are the operator's to make at the menu. The console
+// brings the zoom to x3.5 whatever the scene's start multiple.
 [[noreturn]] void start_service() {
-    read_sensor_id();
-    zoomaf::platform().sleep_ns(kSensorSettleNs);
-    cur_day_night_mode = 0;
-    const VersionTriple motor = ReadMotorVersion();
-    std::printf("hardware is %d, motor software main is %d, sup is %d.\r\n", motor.hardware,
-                motor.main, motor.sub);
-    const VersionTriple app = ReadAppPdafVersion();
-    std::printf("dcc is %d, pdaf software main is %d, sup is %d.\r\n", app.hardware, app.main,
-                app.sub);
-    ReadLaserCalibration();
-    if (ReadAFTXT() < 0) std::exit(1);  // it said why
-    ReadLaserCalibration();
-    pd_init_calibration();
-    motor_init_calibration();
-    LaserShareMemeoryInit();
+    if (!zoomaf::bench::start_up_service()) std::exit(1);  // it said why
+    if (sim_board != nullptr) sim_board->player().start_events();
     // The self-study store, and the fatal-signal handler that saves it.
     InitGlobalClearinfo();
     InterfaceTest();
@@ -63,41 +48,53 @@ int main(int argc, char** argv) {
         "Without --sim it drives the board's devices; with --sim it runs on the digital twin."};
     bool sim = false;
     std::string files_dir;
-    std::string scene;
-    zoomaf::bench::SimOptions sim_options;
+    std::string scene_file;
+    double speed = 1.0;
+    std::optional<uint64_t> seed;
+    bool ms41908 = false;
     CLI::Option* sim_flag = app.add_flag("--sim", sim, "run on the digital twin of the camera");
     app.add_option("--files", files_dir,
                    "directory with the board's files (lens table, DCC file, calibration/*.cfg); "
-                   "default: the data shipped with the program")
+                   "default: the lens data shipped with the program and the unit's own "
+                   "factory calibration")
         ->check(CLI::ExistingDirectory)
         ->needs(sim_flag);
-    app.add_option("--scene", scene,
-                   "scene file for the twin (reserved: refused until the twin has scenes)")
+    app.add_option("--scene", scene_file,
+                   "scene file in front of the twin (default: scenes/day_12m.yaml, a textured "
+                   "subject at 12 m by day, laser on)")
         ->needs(sim_flag);
-    app.add_option("--speed", sim_options.speed, "run N times faster than real time (default 1)")
+    app.add_option("--speed", speed, "run N times faster than real time (default 1)")
         ->check(CLI::PositiveNumber)
         ->needs(sim_flag);
-    app.add_option("--seed", sim_options.seed, "seed of the twin (default 1)")->needs(sim_flag);
-    app.add_flag("--ms41908", sim_options.ms41908, "the module with the MS41908 driver")
+    app.add_option("--seed", seed, "seed of the twin (default: the scene's)")->needs(sim_flag);
+    app.add_flag("--ms41908", ms41908, "the module with the MS41908 driver (default: the scene's)")
         ->needs(sim_flag);
     CLI11_PARSE(app, argc, argv);
 
-    if (!scene.empty()) {
-        std::fprintf(stderr,
-                     "zoomaf-bench: --scene: this twin has no scene model yet; without it the "
-                     "subject is a still target at 12 m with the laser on it\n");
-        return 2;
-    }
     if (sim) {
-        sim_options.files_dir = files_dir.empty() ? zoomaf::bench::default_files_dir() : files_dir;
-        if (sim_options.files_dir.empty()) {
+        zoomaf::bench::SimOptions options;
+        options.speed = speed;
+        options.dir_calibration = !files_dir.empty();
+        options.files_dir = files_dir.empty() ? zoomaf::bench::default_files_dir() : files_dir;
+        if (options.files_dir.empty()) {
             std::fprintf(stderr,
                          "zoomaf-bench: no data directory next to the program or in the source "
                          "tree; name one with --files\n");
             return 2;
         }
+        if (scene_file.empty()) scene_file = zoomaf::bench::default_scene_file();
+        std::string error;
+        std::optional<zoomaf::twin::Scene> scene =
+            zoomaf::bench::load_scene(scene_file, seed, ms41908, error);
+        if (!scene) {
+            std::fprintf(stderr, "zoomaf-bench: %s\n",
+                         scene_file.empty() ? "no scene next to the program or in the source tree"
+                                            : error.c_str());
+            return 2;
+        }
+        options.scene = std::move(*scene);
         try {
-            sim_board = new zoomaf::bench::SimBoard(sim_options);
+            sim_board = new zoomaf::bench::SimBoard(options);
         } catch (const std::exception& e) {
             std::fprintf(stderr, "zoomaf-bench: cannot set up the twin: %s\n", e.what());
             return 2;

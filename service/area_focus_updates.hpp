@@ -1,4 +1,5 @@
-// The area-focus thread's pass, for the thread body and for tests.
+// The area-focus thread's pass, for the thread body, for tests and for the scenario runner
+// (which polls the channel from its one thread). Not part of the exported interface.
 #pragma once
 
 #include "zoomaf/vrel_sharememory.h"

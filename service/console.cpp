@@ -44,13 +44,6 @@ void show_menu() {
         "ircut:1day 2night\r");
 }
 
-void focus_once_more() {
-    try_lock();
-    is_free_focus_opr_over = 0;
-    night_focus_man.state = NIGHT_STATE_UNINITIALISED;
-    unlock();
-}
-
 Read change_multiple(FILE* in) {
     std::puts("\r\nplease input the multiple\r");
     float multiple = 0.0f;
@@ -146,6 +139,13 @@ void finish_focus_in_hand(const ConsoleLoopControl& control) {
 }
 
 }  // namespace
+
+void focus_once_more() {
+    try_lock();
+    is_free_focus_opr_over = 0;
+    night_focus_man.state = NIGHT_STATE_UNINITIALISED;
+    unlock();
+}
 
 void console_menu(FILE* in) {
     for (;;) {

@@ -3,11 +3,12 @@
 # searches, and ends with status 0 at the end of its input, leaving no emulated hardware
 # fault. Options it cannot serve are refused.
 set -uo pipefail
-bench=$1
+# The bench command: the program, after the emulator in a cross build.
+bench=("$@")
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
 
-printf '5\n1\n2\n' | "$bench" --sim --speed 10 >"$log" 2>&1
+printf '5\n1\n2\n' | "${bench[@]}" --sim --speed 10 >"$log" 2>&1
 status=$?
 if [ $status -ne 0 ]; then
     echo "exit status $status"; tail -30 "$log"; exit 1
@@ -20,7 +21,7 @@ for text in 'dcc is 416, pdaf software main is 2, sup is 4.' 'thread TestAutoFoc
 done
 
 refused() {
-    "$bench" "$@" </dev/null >/dev/null 2>&1
+    "${bench[@]}" "$@" </dev/null >/dev/null 2>&1
     local status=$?
     [ $status -ne 0 ] || { echo "accepted: $*"; exit 1; }
     echo "$status"

@@ -3,6 +3,7 @@
 the layers it builds on.
 
     bench, tools -> service -> motor, sensor, ipc, pdaflib -> state -> platform
+    (tools also on bench's start-up and twin set-up, zoomaf_bench)
     the twin beside: its kernel on platform, its camera module on the kernel and the
     header-only channel layout (channels/)
 
@@ -32,8 +33,9 @@ ALLOWED = {
     "twin/kernel": ["platform"],
     "twin/module": ["twin/kernel", "platform", "channels"],
 }
-ALLOWED["tools"] = LIBRARY + ["twin/kernel", "twin/module"]
-ALLOWED["bench"] = ALLOWED["tools"]
+ALLOWED["bench"] = LIBRARY + ["twin/kernel", "twin/module"]
+# The scenario runner starts the service and the twin as the bench does (zoomaf_bench).
+ALLOWED["tools"] = ALLOWED["bench"] + ["bench"]
 
 # The layer of each public header; a header not named here belongs to the service.
 HEADER_LAYER = {
@@ -48,7 +50,8 @@ HEADER_LAYER = {
 
 # CMake targets by layer.
 TARGET_LAYER = {f"zoomaf_{d}": d for d in LIBRARY}
-TARGET_LAYER.update({"zoomaf_twin_kernel": "twin/kernel", "zoomaf_twin": "twin/module"})
+TARGET_LAYER.update({"zoomaf_twin_kernel": "twin/kernel", "zoomaf_twin": "twin/module",
+                     "zoomaf_bench": "bench"})
 
 INCLUDE = re.compile(r'^\s*#\s*include\s+"([^"]+)"', re.M)
 LINK = re.compile(r"target_link_libraries\(\s*(\S+)([^)]*)\)", re.S)

@@ -14,7 +14,7 @@
 
 #include "ipc/ipc_internal.hpp"
 #include "service/selfstudy_internal.hpp"
-#include "twin/module/still_subject.hpp"
+#include "twin/module/lens_model.hpp"
 #include "zoomaf/app_pdaf.h"
 #include "zoomaf/assist_info.h"
 #include "zoomaf/imx586.h"
@@ -277,8 +277,8 @@ twin::Laser& TwinTest::laser_on(uint16_t decimetres) {
 }
 
 int TwinTest::focus_error(double distance_m) {
-    return static_cast<int>(
-        std::lround(motor_at(twin::Motor::focus) - twin::true_focus_step(board(), distance_m)));
+    const double truth = twin::in_focus_focus_step(motor_at(twin::Motor::zoom), distance_m);
+    return static_cast<int>(std::lround(motor_at(twin::Motor::focus) - truth));
 }
 
 }  // namespace zoomaf::test

@@ -130,8 +130,8 @@ protected:
     // the fixture's: laser_off() or the end of the test removes it.
     twin::Laser& laser_on(uint16_t decimetres);
     void laser_off() { laser_.reset(); }
-    // The focus motor's physical position minus the twin's true in-focus step for a still
-    // subject at distance_m, rounded.
+    // The focus motor's physical position minus the lens model's in-focus step for a subject
+    // at distance_m at the zoom motor's physical position, rounded.
     int focus_error(double distance_m);
 
 private:

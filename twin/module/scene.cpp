@@ -37,6 +37,12 @@ void SceneChange::apply_to(SceneState& state) const {
     }
 }
 
+int centre_window(const SceneState& state) {
+    return *std::min_element(kCentreWindows.begin(), kCentreWindows.end(), [&](int a, int b) {
+        return state.windows[a].distance_m < state.windows[b].distance_m;
+    });
+}
+
 BoardConfig board_config_for(const Scene& scene) {
     return BoardConfig{.seed = scene.seed, .driver = scene.module};
 }

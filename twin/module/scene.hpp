@@ -117,6 +117,10 @@ struct Scene {
     bool operator==(const Scene&) const = default;
 };
 
+// The centre subject's window: the nearest subject among the centre windows (the first of
+// equals).
+int centre_window(const SceneState& state);
+
 // The board a scene runs on: its seed and module type.
 BoardConfig board_config_for(const Scene& scene);
 

@@ -98,15 +98,9 @@ double ScenePlayer::in_focus_step(int window) const {
     return unit_.in_focus_focus_step(zoom, state_.windows[window].distance_m);
 }
 
-int ScenePlayer::centre_window_of(const SceneState& state) const {
-    return *std::min_element(kCentreWindows.begin(), kCentreWindows.end(), [&](int a, int b) {
-        return state.windows[a].distance_m < state.windows[b].distance_m;
-    });
-}
-
 int ScenePlayer::centre_window() const {
     std::lock_guard lock(mutex_);
-    return centre_window_of(state_);
+    return twin::centre_window(state_);
 }
 
 double ScenePlayer::centre_in_focus_step() const {
@@ -171,7 +165,7 @@ FrameRecord ScenePlayer::make_frame(
         frame.windows[k] = reading(grid_window_at(x, y), x, y);
     }
 
-    frame.centre_window = centre_window_of(state_);
+    frame.centre_window = twin::centre_window(state_);
     const Subject& centre = state_.windows[frame.centre_window];
     const double centre_defocus = defocus_of(centre);
     frame.centre_in_focus_step = lens.focus - centre_defocus;

@@ -99,7 +99,6 @@ private:
     void apply_events_due(uint64_t time_ns, std::vector<AreaPoint>& points, bool& laser_changed);
     FrameRecord make_frame(uint64_t time_ns, Lens lens,
                            const std::array<PdWindowGeometry, Imx586::kWindows>& geometry);
-    int centre_window_of(const SceneState& state) const;
     void set_laser(const std::optional<LaserTarget>& target);
 
     Board& board_;
