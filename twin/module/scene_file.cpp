@@ -252,7 +252,17 @@ Scene scene_of(const YAML::Node& root) {
                               {"name", "seed", "module", "lens_offset_steps", "start_multiple",
                                "light", "subject", "windows", "laser", "events", "duration_s"});
     Scene scene;
-    if (const auto* node = find(keys, "name")) scene.name = text_of(*node, "name");
+    if (const auto* node = find(keys, "name")) {
+        // The name labels results, tables and output folders: printable ASCII without
+        // slashes, so that it reads back and shows the same everywhere.
+        scene.name = text_of(*node, "name");
+        const bool plain = std::all_of(scene.name.begin(), scene.name.end(), [](char c) {
+            return c > ' ' && c < 0x7f && c != '/' && c != '\\';
+        });
+        if (scene.name.empty() || !plain) {
+            fault(*node, "name must be printable ASCII without spaces or slashes");
+        }
+    }
     if (const auto* node = find(keys, "seed")) scene.seed = integer<uint64_t>(*node, "seed");
     if (const auto* node = find(keys, "module")) {
         const std::string value = text_of(*node, "module");
@@ -413,7 +423,8 @@ std::string write_scene(const Scene& scene) {
     out.SetDoublePrecision(17);
     out.SetFloatPrecision(9);
     out << YAML::BeginMap;
-    out << YAML::Key << "name" << YAML::Value << scene.name;
+    // A scene without a name (read from text, not a file) is written without one.
+    if (!scene.name.empty()) out << YAML::Key << "name" << YAML::Value << scene.name;
     out << YAML::Key << "seed" << YAML::Value << scene.seed;
     out << YAML::Key << "module" << YAML::Value
         << (scene.module == DriverType::ms41928 ? "ms41928" : "ms41908");
