@@ -283,7 +283,7 @@ TEST_F(SceneOnBoard, FramesComeOnAnyThreadWhileOthersReadTheTruth) {
 
 TEST(SceneFile, ReadsBackWhatItWritesAndTheGalleryReads) {
     const char* const every_key = R"(
-name: every key
+name: every_key
 seed: 7
 module: ms41908
 lens_offset_steps: -4.5
