@@ -11,42 +11,12 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
-#include <string_view>
 #include <vector>
 
 #include "platform/platform.hpp"
+#include "tests/fuzz/fuzz_input.hpp"
 
 namespace zoomaf::fuzz {
-
-// Reads the fuzz input front to back; zeros once it runs out.
-class Input {
-public:
-    Input(const uint8_t* data, size_t size) : data_(data), size_(size) {}
-    uint8_t byte() { return pos_ < size_ ? data_[pos_++] : 0; }
-    uint32_t u32() {
-        uint32_t value = 0;
-        for (int i = 0; i < 4; ++i) value |= uint32_t{byte()} << (8 * i);
-        return value;
-    }
-    // The rest of the input.
-    std::string_view rest() {
-        const std::string_view all(reinterpret_cast<const char*>(data_) + pos_, size_ - pos_);
-        pos_ = size_;
-        return all;
-    }
-
-private:
-    const uint8_t* data_;
-    size_t size_;
-    size_t pos_ = 0;
-};
-
-[[noreturn]] inline void broken_promise() {
-    __builtin_trap();
-}
-inline void require(bool promise) {
-    if (!promise) broken_promise();
-}
 
 class FuzzPlatform final : public Platform {
 public:

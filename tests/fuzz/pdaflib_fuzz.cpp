@@ -10,43 +10,17 @@
 #include <cstring>
 #include <vector>
 
+#include "tests/fuzz/fuzz_input.hpp"
 #include "zoomaf/pdaflib.h"
 
 namespace {
 
-// Reads the fuzz input front to back; zeros once it runs out.
-class Reader {
-public:
-    Reader(const uint8_t* data, size_t size) : data_(data), size_(size) {}
-
-    uint64_t bits(int bytes) {
-        uint64_t value = 0;
-        for (int i = 0; i < bytes; ++i) {
-            const uint64_t byte = pos_ < size_ ? data_[pos_++] : 0;
-            value |= byte << (8 * i);
-        }
-        return value;
-    }
-    uint8_t u8() { return static_cast<uint8_t>(bits(1)); }
-    uint16_t u16() { return static_cast<uint16_t>(bits(2)); }
-    uint64_t u64() { return bits(8); }
-    int64_t i64() { return static_cast<int64_t>(bits(8)); }
-    // One of n choices.
-    unsigned pick(unsigned n) { return u8() % n; }
-
-private:
-    const uint8_t* data_;
-    size_t size_;
-    size_t pos_ = 0;
-};
-
-void require(bool promise) {
-    if (!promise) __builtin_trap();
-}
+using zoomaf::fuzz::Input;
+using zoomaf::fuzz::require;
 
 // Knot addresses: usually strictly ascending (so the computation gets past the input
 // checks), sometimes raw.
-std::vector<uint16_t> knots(Reader& in, uint16_t count) {
+std::vector<uint16_t> knots(Input& in, uint16_t count) {
     std::vector<uint16_t> result(count == 0 ? 1 : count);
     if (in.pick(4) == 0) {
         for (uint16_t& knot : result) knot = in.u16();
@@ -55,12 +29,12 @@ std::vector<uint16_t> knots(Reader& in, uint16_t count) {
     uint32_t address = in.u16() % 4096;
     for (uint16_t& knot : result) {
         knot = static_cast<uint16_t>(address);
-        address += 1 + in.u8() * 4u;
+        address += 1 + in.byte() * 4u;
     }
     return result;
 }
 
-uint16_t window_coordinate(Reader& in, uint16_t image_size) {
+uint16_t window_coordinate(Input& in, uint16_t image_size) {
     if (in.pick(4) == 0 || image_size == 0) return in.u16();
     return static_cast<uint16_t>(in.u16() % image_size);
 }
@@ -69,7 +43,7 @@ struct ThresholdLine {
     std::vector<uint64_t> gains, thresholds;
 };
 
-ThresholdLine threshold_line(Reader& in, uint64_t points) {
+ThresholdLine threshold_line(Input& in, uint64_t points) {
     ThresholdLine line{std::vector<uint64_t>(points == 0 ? 1 : points),
                        std::vector<uint64_t>(points == 0 ? 1 : points)};
     const bool raw = in.pick(4) == 0;
@@ -77,12 +51,12 @@ ThresholdLine threshold_line(Reader& in, uint64_t points) {
     for (uint64_t i = 0; i < points; ++i) {
         line.gains[i] = raw ? in.u64() : gain;
         line.thresholds[i] = raw ? in.u64() : in.u16() % 600;
-        gain += in.u8();
+        gain += in.byte();
     }
     return line;
 }
 
-void fuzz_defocus(Reader& in) {
+void fuzz_defocus(Input& in) {
     PdLibInputData input{};
     input.PhaseDifference = in.pick(8) == 0 ? -1024 : in.i64();
     input.ConfidenceLevel = in.pick(2) == 0 ? in.u16() % 2048 : in.u64();
@@ -165,19 +139,19 @@ void fuzz_defocus(Reader& in) {
 // rounding may carry it just past an end point (x at xb can come out as yb + 2^-30, truncated
 // to yb + 1), and the routines only promise to stay defined.
 // Otherwise often next to the int64 extremes, where differences and conversions overflow.
-int64_t coordinate(Reader& in, bool small_values) {
+int64_t coordinate(Input& in, bool small_values) {
     if (small_values) return static_cast<int32_t>(in.bits(4)) / 64;
     switch (in.pick(4)) {
         case 0:
-            return INT64_MAX - in.u8();
+            return INT64_MAX - in.byte();
         case 1:
-            return INT64_MIN + in.u8();
+            return INT64_MIN + in.byte();
         default:
             return in.i64();
     }
 }
 
-void fuzz_line(Reader& in) {
+void fuzz_line(Input& in) {
     const bool small_values = in.pick(2) == 0;
     const int64_t X[2] = {coordinate(in, small_values), coordinate(in, small_values)};
     const int64_t Y[2] = {coordinate(in, small_values), coordinate(in, small_values)};
@@ -188,7 +162,7 @@ void fuzz_line(Reader& in) {
         require(out >= *std::min_element(Y, Y + 2) && out <= *std::max_element(Y, Y + 2));
 }
 
-void fuzz_broken_line(Reader& in) {
+void fuzz_broken_line(Input& in) {
     const uint64_t n = in.pick(9);
     std::vector<uint64_t> X(n == 0 ? 1 : n), Y(X.size());
     const bool raw = in.pick(2) == 0;
@@ -210,7 +184,7 @@ void fuzz_broken_line(Reader& in) {
     }
 }
 
-void fuzz_plane(Reader& in) {
+void fuzz_plane(Input& in) {
     const bool small_values = in.pick(2) == 0;
     auto value = [&in, small_values] { return coordinate(in, small_values); };
     const int64_t X[2] = {value(), value()};
@@ -231,7 +205,7 @@ void fuzz_plane(Reader& in) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-    Reader in(data, size);
+    Input in(data, size);
     switch (in.pick(6)) {
         case 0:
             fuzz_line(in);

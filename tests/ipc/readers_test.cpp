@@ -46,21 +46,19 @@ protected:
         return read();
     }
     uint16_t read() { return call(GetCurrentLaserDistance); }
-    static int semaphore_value(int sem_id) { return ::semctl(sem_id, 0, GETVAL); }
 
     std::optional<twin::ChannelPublisher> laser_;
-    std::string& out_ = output_;
 };
 
 TEST_F(LaserReader, StartsOnChannelTwelveAndTakesEachMeasurementOnce) {
     EXPECT_EQ(LaserMenManHandle.shm_key, 0x1A2Cu);
 
     EXPECT_EQ(measure_and_read(500), 500);
-    EXPECT_EQ(out_,
+    EXPECT_EQ(output_,
               GREEN "get laser distance：500\r\n获取的雷达变动在范围内，更新值:500" END "\r\n");
     EXPECT_EQ(channels::update_flag(laser_->segment()), 0u) << "consumed";
     EXPECT_EQ(read(), 500);
-    EXPECT_EQ(out_, GREEN "共享内存雷达没更新，返回上次的值:500!" END "\r\n");
+    EXPECT_EQ(output_, GREEN "共享内存雷达没更新，返回上次的值:500!" END "\r\n");
 }
 
 TEST_F(LaserReader, ClampsTheRangeByDayAndByNight) {
@@ -86,7 +84,7 @@ TEST_F(LaserReader, ClampsTheRangeByDayAndByNight) {
         cur_day_night_mode = c.night;
         last_laser = c.last;
         EXPECT_EQ(measure_and_read(c.raw), c.expected);
-        EXPECT_THAT(out_, HasSubstr(c.message));
+        EXPECT_THAT(output_, HasSubstr(c.message));
         EXPECT_EQ(last_laser, c.expected);
     }
 }
@@ -123,7 +121,7 @@ TEST_F(LaserReader, JumpFilterRefusesThreeDropsOfMoreThanAFifthAndTakesRisesAtOn
         }
         EXPECT_EQ(measure_and_read(r.raw), r.distance);
         EXPECT_EQ(last_laster_cnt, r.refused);
-        EXPECT_THAT(out_, HasSubstr(r.message));
+        EXPECT_THAT(output_, HasSubstr(r.message));
     }
 }
 
@@ -146,14 +144,14 @@ TEST_F(LaserReader, WithoutItsSemaphoreReturnsTheLastDistanceAndKeepsTheFilterSt
     ASSERT_TRUE(laser_->publish(&raw, sizeof raw));
     ASSERT_EQ(board().semctl(LaserMenManHandle.sem_id, 0, IPC_RMID, 0), 0);
     EXPECT_EQ(read(), 321) << "no override on this path";
-    EXPECT_EQ(out_, "SemaphoreP failed\r\nError:GetCurrentLaserDistance SemaphoreP failed!");
+    EXPECT_EQ(output_, "SemaphoreP failed\r\nError:GetCurrentLaserDistance SemaphoreP failed!");
     EXPECT_EQ(last_laser, 321);
     EXPECT_EQ(last_laster_cnt, 2);
     EXPECT_EQ(channels::update_flag(laser_->segment()), 1u);
 
     LaserMenManHandle = VrelShareMan{};  // before start-up: no semaphore is touched
     EXPECT_EQ(read(), 321);
-    EXPECT_EQ(out_, "\r\nError:GetCurrentLaserDistance SemaphoreP failed!");
+    EXPECT_EQ(output_, "\r\nError:GetCurrentLaserDistance SemaphoreP failed!");
 }
 
 // Another process takes the semaphores of the laser, area-focus and focus-value channels
@@ -187,12 +185,13 @@ TEST_F(LaserReader, ReadersGoOnWhenAnotherProcessHoldsTheChannelSemaphores) {
     VrelFocusValues record{};
     const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(read(), 321);
-    EXPECT_THAT(out_, HasSubstr("Error:GetCurrentLaserDistance the semaphore of the channel with "
-                                "key 0x1A2C stayed taken for 200 ms, no new data this time!"));
+    EXPECT_THAT(output_,
+                HasSubstr("Error:GetCurrentLaserDistance the semaphore of the channel with "
+                          "key 0x1A2C stayed taken for 200 ms, no new data this time!"));
     EXPECT_EQ(call([&] { return fv_publish_consume_encodered_data(&record); }), 1);
-    EXPECT_THAT(out_, HasSubstr("fv_publish_consume_encodered_data the semaphore"));
+    EXPECT_THAT(output_, HasSubstr("fv_publish_consume_encodered_data the semaphore"));
     EXPECT_TRUE(call([&] { return area_focus_pass(area_channel); }));
-    EXPECT_THAT(out_, HasSubstr("GetAreaFocusUpdateStatus the semaphore"));
+    EXPECT_THAT(output_, HasSubstr("GetAreaFocusUpdateStatus the semaphore"));
     EXPECT_EQ(current_focus_mode, MANUAL_FOCUS_MODE);
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
     EXPECT_EQ(last_laser, 100) << "the filter state is kept";
@@ -231,7 +230,7 @@ TEST_F(LaserReaderInParallel, AnotherProcessPublishesWhileTheServiceReads) {
         ASSERT_GE(seen[i], seen[i - 1]) << "never a torn or stale value";
         ASSERT_TRUE(seen[i] == 0 || seen[i] >= kFirst) << seen[i];
     }
-    EXPECT_EQ(semaphore_value(LaserMenManHandle.sem_id), 1);
+    EXPECT_EQ(::semctl(LaserMenManHandle.sem_id, 0, GETVAL), 1);
 }
 
 TEST_F(LaserReaderInParallel, ServiceThreadsAndTheTwinLaserShareTheChannel) {

@@ -100,7 +100,6 @@ TEST_F(Initialisation, UnInitmotorReleasesEverything) {
     lastdirection[1] = 1;
     curteps = 7;
     UnInitmotor();
-    EXPECT_EQ(board().open_descriptors(), 0u);
     EXPECT_EQ(gSpiDev.fd, 0);  // zeroed, not -1
     EXPECT_EQ(gFocusParam.rows, 0);
     EXPECT_EQ(gRunData.init_flag, 0);
@@ -196,32 +195,6 @@ TEST_F(HomingFailure, OnlyTheSelectedMotorIsHomed) {
     EXPECT_EQ(call([] { return InitPI(MOTOR_FOCUS); }), 0);
     EXPECT_EQ(motor_at(twin::Motor::zoom), -300);
     EXPECT_LE(motor_at(twin::Motor::focus), 2);
-}
-
-// A zoom from x3.5 to x11 with focus following, after homing: the emulated lens ends where
-// the table and the plan put it, moved exactly by the planned totals.
-class ZoomWithFocus : public TwinTest {
-protected:
-    twin::BoardConfig board_config() override { return {.seed = 11}; }
-};
-
-TEST_F(ZoomWithFocus, WideToTeleEndsAtTheTablePosition) {
-    expect_position_error(2);  // the homing offset, carried along
-    quietly([] { ASSERT_EQ(Initmotor(10, 1), 0u); });
-    quietly([] { SetMultiple(0, 0, 3.5f); });
-    ASSERT_EQ(GetCurSteps(MOTOR_ZOOM), 1416);
-    ASSERT_EQ(GetCurSteps(MOTOR_FOCUS), -2574);
-    const int zoom_offset = motor_at(twin::Motor::zoom) - 1416;
-    const int focus_offset = motor_at(twin::Motor::focus) + 2574;
-
-    EXPECT_EQ(call([] { return SetMultiple(-2000, 1, 11.0f); }) & 0xF, 0u);
-    EXPECT_THAT(output_, HasSubstr("] ------------start run motor---------------------\r\n"));
-    EXPECT_THAT(output_, HasSubstr("] zoom，focus run over！！\r\n"));
-    EXPECT_FLOAT_EQ(gRunData.multiple_cur, 11.0f);
-    EXPECT_EQ(GetCurSteps(MOTOR_ZOOM), focus_zoom_data_449[110 - 35][2]);
-    EXPECT_EQ(GetCurSteps(MOTOR_FOCUS), -2000);
-    EXPECT_EQ(motor_at(twin::Motor::zoom), -5392 + zoom_offset);
-    EXPECT_EQ(motor_at(twin::Motor::focus), -2000 + focus_offset);
 }
 
 }  // namespace

@@ -1,4 +1,5 @@
-// The seam: the Linux pass-through and the installed platform.
+// The seam's Linux pass-through. Installing another platform is what every test on the twin
+// does (TwinTest), and taking it out again what its TearDown does.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -51,25 +52,6 @@ TEST(LinuxPlatform, SleepsAtLeastWhatIsAskedOnTheRealClocks) {
     EXPECT_GE((after.tv_sec - before.tv_sec) * 1000000000LL + (after.tv_nsec - before.tv_nsec),
               2000000);
     EXPECT_GT(os.wall().tv_sec, 1600000000);  // a real date
-}
-
-class CountingSleeps final : public LinuxPlatform {
-public:
-    int sleep_ns(uint64_t ns) override {
-        slept += ns;
-        return 0;
-    }
-    uint64_t slept = 0;
-};
-
-TEST(InstalledPlatform, ReplacesTheKernelUntilRemoved) {
-    Platform& linux_platform = platform();
-    CountingSleeps counting;
-    install_platform(&counting);
-    platform().sleep_ns(5);
-    EXPECT_EQ(counting.slept, 5u);
-    install_platform(nullptr);
-    EXPECT_EQ(&platform(), &linux_platform);
 }
 
 }  // namespace

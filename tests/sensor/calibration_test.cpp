@@ -1,16 +1,13 @@
 // The sensor's calibration data: DCC values from the DCC file, a DCC text file and the
-// module memory; LRC data and the register sets as the sensor receives them; and the
-// shipped DCC values against the twin's true PD conversion (the generator's --check guards
-// the values themselves: their range, smoothness and distance from the truth).
+// module memory; LRC data and the register sets as the sensor receives them. The shipped
+// DCC values against the twin's true PD conversion are checked through the sensor and the
+// library in scene_test, the values themselves by the generator's --check.
 #include <gmock/gmock.h>
-#include <cmath>
 #include <fstream>
 #include <iterator>
 
-#include "tests/pdaflib/system_record.hpp"
 #include "tests/support/twin_test.hpp"
 #include "twin/module/module_calibration.hpp"
-#include "twin/module/pd_conversion.hpp"
 #include "zoomaf/imx586.h"
 
 namespace zoomaf::test {
@@ -222,24 +219,6 @@ TEST_F(SensorSetUp, ModuleMemoryLrcWritesTheLeftBlockAndTheDataAfterTheRightTabl
     EXPECT_EQ(call(write_lrcdata_to_imx586_byeeprom), -1);
     EXPECT_EQ(output_, "~ioctl read error addr:0x7af,ret:-1\r\n");
     EXPECT_EQ(sensor_writes().size(), writes) << "no LRC data written";
-}
-
-TEST(PdConversion, TheLibraryRecoversTheTrueDefocusWithTheShippedValues) {
-    SystemRecord record;  // the day focus's record, on the same 8 x 6 knots
-    const auto& calibrated = twin::kPdConversionKnots.calibrated_dcc;
-    std::copy(calibrated.begin(), calibrated.end(), record.dcc.begin());
-    record.input.ConfidenceLevel = 2047;
-    for (double defocus : {-90.0, -12.0, 25.0, 100.0}) {
-        for (int index = 0; index < 48; ++index) {
-            const uint16_t cx = 320 + 480 * (index % 8), cy = 600 + 360 * (index / 8);
-            record.centre_at(cx, cy);
-            record.input.PhaseDifference =
-                std::lround(twin::phase_difference_for_defocus(defocus, cx, cy));
-            const double recovered = static_cast<double>(record.run().Defocus) / 16384.0;
-            // The calibration's error plus half a PD unit of rounding.
-            EXPECT_NEAR(recovered, defocus, 0.03 * std::fabs(defocus) + 0.1) << "window " << index;
-        }
-    }
 }
 
 }  // namespace

@@ -8,6 +8,7 @@
 #include <linux/i2c.h>
 #include <cstring>
 
+#include "sensor/pd_readout.hpp"
 #include "tests/support/twin_test.hpp"
 #include "zoomaf/imx586.h"
 
@@ -123,14 +124,6 @@ TEST_F(WindowLayouts, SixWindowsAroundAPointKeepWindowsSixAndSevenAndWrapTo13Bit
 }
 
 using PdCl = std::pair<int64_t, int64_t>;
-
-// The service's decoding of one window's three bytes.
-PdCl decode_pd_cl(uint8_t b0, uint8_t b1, uint8_t b2) {
-    const int64_t cl = (b0 << 3) | (b1 >> 5);
-    const int64_t v = (((b1 << 6) & 0x7C0) | (b2 >> 2)) - 1;
-    return {(v >> 4) >= 64 ? v - 2046 : v, cl};
-}
-
 class TwinSensor : public TwinTest {
 protected:
     // The day focus's start-up set-up: PD output and the DCC region's 8 x 6 grid, inside
@@ -143,13 +136,23 @@ protected:
             write_imx586_group_hold(0);
         });
     }
-    // A window's (PD, CL) read by the service under the PD readout hold.
-    PdCl read_window(uint16_t first) {
-        uint8_t b[3] = {0, 0, 0};
-        write_imx586_pd_read_hold(1);
-        for (uint16_t i = 0; i < 3; ++i) read_imx586_single_reg(first + i, &b[i]);
-        write_imx586_pd_read_hold(0);
-        return decode_pd_cl(b[0], b[1], b[2]);
+    // The grid windows, or those of the eight-window layout, as the service reads them.
+    std::vector<PdCl> read_grid() {
+        sensor::PdCl windows[sensor::kGridWindows];
+        int32_t row_counter = 0;
+        sensor::read_grid_windows(windows, row_counter);
+        return pairs(windows);
+    }
+    std::vector<PdCl> read_eight() {
+        sensor::PdCl windows[sensor::kEightWindows];
+        sensor::read_eight_windows(windows);
+        return pairs(windows);
+    }
+    template <size_t n>
+    static std::vector<PdCl> pairs(const sensor::PdCl (&windows)[n]) {
+        std::vector<PdCl> all;
+        for (const auto& w : windows) all.emplace_back(w.pd, w.cl);
+        return all;
     }
     static uint16_t grid_address(int index) {
         return static_cast<uint16_t>(0xC808 + 64 * (index / 8) + 4 * (index % 8));
@@ -173,10 +176,9 @@ TEST_F(TwinSensor, EveryGridWindowReadsBackAsTheFrameEncodesIt) {
         for (int index = 0; index < 48; ++index)
             s.set_grid_pd_cl(index, pd_of(index), cl_of(index));
     });
-    for (int index = 0; index < 48; ++index) {
-        const int pd = std::clamp(pd_of(index), -1022, 1023);
-        EXPECT_EQ(read_window(grid_address(index)), PdCl(pd, cl_of(index))) << index;
-    }
+    const std::vector<PdCl> grid = read_grid();
+    for (int index = 0; index < 48; ++index)
+        EXPECT_EQ(grid[index], PdCl(std::clamp(pd_of(index), -1022, 1023), cl_of(index))) << index;
     // Edge cases of the encoding: CL 2047 with PD -1, raw fields 1025, 1024 and 1023.
     const std::pair<std::pair<int, int>, std::array<uint8_t, 3>> encodings[] = {
         {{-1, 2047}, {0xFF, 0xE0, 0x00}},
@@ -200,12 +202,12 @@ TEST_F(TwinSensor, EightWindowLayoutReportsTheEnabledWindows) {
         s.set_window_pd_cl(5, -300, 900);
         s.set_grid_pd_cl(0, 11, 11);  // another layout: not shown
     });
-    EXPECT_EQ(read_window(0xC808), PdCl(37, 1500));
-    EXPECT_EQ(read_window(0xC808 + 20).second, 0) << "window 5 is not enabled yet";
+    EXPECT_EQ(read_eight()[0], PdCl(37, 1500));
+    EXPECT_EQ(read_eight()[5].second, 0) << "window 5 is not enabled yet";
     quietly([] { set_pdaf_windows_center_area(0); });
-    EXPECT_EQ(read_window(0xC808 + 20), PdCl(-300, 900));
+    EXPECT_EQ(read_eight()[5], PdCl(-300, 900));
     quietly([] { switch_pd_output(0); });
-    EXPECT_EQ(read_window(0xC808).second, 0) << "with PD output off the block is empty";
+    EXPECT_EQ(read_eight()[0].second, 0) << "with PD output off the block is empty";
 }
 
 TEST_F(TwinSensor, PdReadoutHoldKeepsTheFrameUntilReleased) {

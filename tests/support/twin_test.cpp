@@ -137,6 +137,8 @@ void TwinTest::TearDown() {
     if (gSpiDev.fd >= 0) board_->close(gSpiDev.fd);
     check_recorded_faults();
     EXPECT_EQ(board_->open_descriptors(), 0u) << "descriptors left open on the board";
+    EXPECT_TRUE(service_lock_free()) << "the service lock is left taken";
+    EXPECT_EQ(selfstudy_info_write_lock, 0) << "the self-study write lock is left taken";
     check_positions();
     install_platform(nullptr);
     reset_service_globals();

@@ -11,6 +11,7 @@
 //   then be recorded at least once;
 // - no descriptor left open on the board (the SPI device the motor driver keeps open for
 //   the life of the process is closed first, as UnInitmotor would);
+// - the service lock and the self-study write lock are free;
 // - after the test's moves, the driver's position of each motor that moved (GetCurSteps)
 //   is the motor's physical position, unless the test allowed an error with
 //   expect_position_error(steps).

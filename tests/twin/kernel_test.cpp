@@ -1,14 +1,13 @@
 // The twin's virtual kernel on its own: descriptors and the sandbox, sysfs GPIO, System V
-// IPC, the fault rules, the I2C buses with the module's register-file chips, and periodic events.
-// The kernel under many threads is met in the service's threaded tests and BoardThreads.
+// IPC, the fault rules, the I2C buses with the module's register-file chips. Periodic events
+// are met through the scene's frames and laser (scene_test), the kernel under many threads
+// in the scene's and the service's threaded tests.
 #include <sys/shm.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cstring>
 #include <filesystem>
-#include <thread>
 
 #include "board_io.hpp"
 #include "gmock/gmock.h"
@@ -262,22 +261,6 @@ TEST_F(I2cBusTest, MisuseIsRecordedAndReadOnlyRegistersKeepTheirValue) {
     for (const auto& write : ids->writes()) logged.push_back(write.addr);
     EXPECT_THAT(logged, ElementsAre(SensorIdRegisters::kOtpPage, 0x0200))
         << "the ignored write is not logged";
-}
-
-TEST(PeriodicEvents, RunWhenSleepsOrAdvancesPassThemUntilCancelled) {
-    Kernel board;
-    int runs = 0;
-    const int id = board.add_periodic(10'000'000, [&](uint64_t) { ++runs; });
-    board.sleep_ns(9'000'000);
-    EXPECT_EQ(runs, 0);
-    board.sleep_ns(1'000'000);
-    EXPECT_EQ(runs, 1);
-    board.advance_ns(30'000'000);
-    EXPECT_EQ(runs, 2) << "once for three periods";
-    board.cancel_periodic(id);
-    board.sleep_ns(50'000'000);
-    EXPECT_EQ(runs, 2) << "cancelled";
-    EXPECT_THROW(board.add_periodic(0, [](uint64_t) {}), std::invalid_argument);
 }
 
 }  // namespace

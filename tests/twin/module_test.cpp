@@ -1,15 +1,14 @@
 // The camera module on the kernel: the SPI controller and the driver chip's frames, the lens
-// motors behind it (VD edges, direction sense per module type, end stops, pulse timing) and
-// their photo-interrupters, the laser publisher, and the board driven from
-// several threads at once (run under ThreadSanitizer). The module memory, the IMX586 and
-// the voice coil are met through the service's own accesses in the sensor and motor tests.
+// motors behind it (VD edges, end stops, pulse timing) and their photo-interrupters. The
+// direction sense and the channels of each module type are pinned by the driver's run and
+// homing tests on both module types from seeded starts, the starts' determinism by the
+// scenario runner's same-seed-same-bytes test. The module memory, the IMX586, the voice coil
+// and the laser are met through the service's own accesses in the sensor, motor and scene
+// tests, the board under several threads in the scene and service tests.
 #include <array>
-#include <atomic>
-#include <thread>
 
 #include "board_io.hpp"
 #include "gmock/gmock.h"
-#include "twin/module/laser.hpp"
 
 namespace zoomaf::twin {
 namespace {
@@ -85,28 +84,6 @@ TEST_F(Spidev, WithoutLsbFirstTheChipSeesBitReversedBytesAndItsReadBackCanBeCorr
     EXPECT_EQ(test::chip_read(board, spi, 0x12), 0x1234);
 }
 
-TEST(MotorDrive, VdEdgeMovesEachWiredMotorByPsumInItsSense) {
-    // AB gets psum 16 and a direction, CD psum 8 and the other one. MS41928: AB drives
-    // focus, CD zoom; MS41908 swaps them. Bit 8 set moves focus up and zoom down.
-    const struct {
-        DriverType driver;
-        bool ab_dir;
-        std::pair<int, int> focus_zoom;
-    } cases[] = {{DriverType::ms41928, true, {+16, +8}},
-                 {DriverType::ms41928, false, {-16, -8}},
-                 {DriverType::ms41908, true, {-8, -16}},
-                 {DriverType::ms41908, false, {+8, +16}}};
-    for (const auto& c : cases) {
-        MotorRig rig(BoardConfig{.driver = c.driver, .zoom_start = 0, .focus_start = 0});
-        rig.program(kPsumAB, 16, c.ab_dir);
-        rig.program(kPsumCD, 8, !c.ab_dir);
-        rig.vd();
-        EXPECT_EQ(std::pair(position(rig.board, Motor::focus), position(rig.board, Motor::zoom)),
-                  c.focus_zoom)
-            << "MS419" << (c.driver == DriverType::ms41908 ? "08" : "28") << " AB dir " << c.ab_dir;
-    }
-}
-
 TEST(MotorDrive, OnlyRisingEdgesMoveAndEndStopsHoldTheMotors) {
     MotorRig rig(BoardConfig{.zoom_start = -5400, .focus_start = 3000});
     rig.program(kPsumAB, 16, true);  // focus up
@@ -129,23 +106,6 @@ TEST(MotorDrive, OnlyRisingEdgesMoveAndEndStopsHoldTheMotors) {
     EXPECT_EQ(position(rig.board, Motor::zoom), -5430) << "psum 0 does not move";
     EXPECT_THROW(rig.motor(Motor::focus, [](auto& m) { m.set_position(3023); }), std::out_of_range);
     EXPECT_THROW(Board(BoardConfig{.zoom_start = 1607}), std::out_of_range);
-}
-
-TEST(MotorDrive, StartPositionsAreSeededInsideTheRanges) {
-    auto starts = [](BoardConfig config) {
-        Board board(std::move(config));
-        return std::pair(position(board, Motor::zoom), position(board, Motor::focus));
-    };
-    const auto seven = starts({.seed = 7});
-    EXPECT_EQ(starts({.seed = 7}), seven);
-    EXPECT_NE(starts({.seed = 8}), seven);
-    for (uint64_t seed = 1; seed <= 20; ++seed) {
-        const auto [zoom, focus] = starts({.seed = seed});
-        EXPECT_TRUE(zoom >= LensMotor::kZoomMin && zoom <= LensMotor::kZoomMax) << zoom;
-        EXPECT_TRUE(focus >= LensMotor::kFocusMin && focus <= LensMotor::kFocusMax) << focus;
-    }
-    // Placing one motor leaves the other's draw alone.
-    EXPECT_EQ(starts({.seed = 7, .focus_start = -12}), std::pair(seven.first, -12));
 }
 
 TEST(MotorTiming, APulseOrAChannelWriteBeforeThePulsesFinishIsATimingFault) {
@@ -212,58 +172,6 @@ TEST_P(PhotoInterrupterLine, ReadsOneOnThePositiveSideOnceActiveLowIsSetAndMaySt
 
 INSTANTIATE_TEST_SUITE_P(BothModules, PhotoInterrupterLine,
                          ::testing::Values(DriverType::ms41928, DriverType::ms41908));
-
-TEST(Publishers, TheLaserMeasuresAtItsRateFromTheSeed) {
-    auto pattern = [](uint64_t seed) {
-        Board board;
-        Laser laser(board, LaserConfig{.no_echo_rate = 0.3, .seed = seed});
-        std::string seen;
-        for (int i = 0; i < 200; ++i) {
-            board.sleep_ns(100'000'000);
-            seen += laser.last_reading() == Laser::kNoEcho ? 'x' : '.';
-        }
-        return seen;
-    };
-    const std::string first = pattern(7);
-    EXPECT_EQ(first, pattern(7)) << "deterministic";
-    EXPECT_NE(first, pattern(8));
-    const auto lost = std::count(first.begin(), first.end(), 'x');
-    EXPECT_TRUE(lost > 30 && lost < 90) << lost;
-}
-
-TEST(BoardThreads, MotorDrivePiReadsAndSleepsRunTogether) {
-    MotorRig rig(BoardConfig{.zoom_start = 0, .focus_start = -400});
-    Board& board = rig.board;
-    test::export_line(board, Board::kFocusPiGpio);
-    constexpr int kPeriods = 100;
-    std::atomic<bool> done{false};
-    std::thread driver([&] {
-        rig.program(kPsumAB, 8, true);  // focus +8 per period
-        for (int i = 0; i < kPeriods; ++i) {
-            rig.vd();
-            board.sleep_ns(8'000'000);
-        }
-        done = true;
-    });
-    std::thread pi_reader([&] {
-        while (!done.load()) {
-            const std::string level =
-                test::read_path(board, test::gpio_file(Board::kFocusPiGpio, "value"));
-            EXPECT_TRUE(level == "0\n" || level == "1\n") << level;
-        }
-    });
-    while (!done.load()) {  // the observer
-        position(board, Motor::focus);
-        test::edges(board, Board::kVdGpio);
-        board.sleep_ns(1'000'000);
-    }
-    driver.join();
-    pi_reader.join();
-    EXPECT_EQ(rig.vd_pulses(), uint64_t{kPeriods});
-    EXPECT_EQ(position(board, Motor::focus), -400 + 8 * kPeriods);
-    EXPECT_EQ(test::edges(board, Board::kFocusPiGpio).size(), 1u) << "crossed the edge once";
-    EXPECT_TRUE(board.faults().empty());
-}
 
 }  // namespace
 }  // namespace zoomaf::twin

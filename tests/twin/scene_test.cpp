@@ -1,6 +1,7 @@
 // The scene behind the twin, closed loop: the lens placed against the truth, the sensor read
 // through the service's register access and its defocus library, the focus values and the
-// area point through the service's channel readers; and the scene files.
+// area point through the service's channel readers; and the scene files. Where the focus
+// values peak is checked closed loop by the night search on the scene (af_loop_test).
 #include <gmock/gmock.h>
 
 #include <algorithm>
@@ -13,6 +14,7 @@
 #include <thread>
 
 #include "ipc/area_focus.hpp"
+#include "sensor/pd_readout.hpp"
 #include "tests/pdaflib/system_record.hpp"
 #include "tests/support/twin_test.hpp"
 #include "twin/module/lens_model.hpp"
@@ -29,9 +31,8 @@ using ::testing::HasSubstr;
 using twin::Motor;
 
 constexpr uint64_t kFrameNs = 33'333'333;
-// The zoom positions of the lens at x3.5, x6.4 and x11 (knots of the lens model).
+// The zoom positions of the lens at x3.5 and x11 (knots of the lens model).
 const int kWide = static_cast<int>(twin::kLensKnots.zoom_steps[4]);
-const int kMiddle = static_cast<int>(twin::kLensKnots.zoom_steps[3]);
 const int kTele = static_cast<int>(twin::kLensKnots.zoom_steps[0]);
 
 twin::Scene scene_of(const std::string& text) {
@@ -41,7 +42,8 @@ twin::Scene scene_of(const std::string& text) {
 }
 
 struct GridReading {
-    std::array<int64_t, 48> pd{}, cl{};
+    sensor::PdCl windows[sensor::kGridWindows];
+    const sensor::PdCl& operator[](int i) const { return windows[i]; }
 };
 
 class SceneOnBoard : public TwinTest {
@@ -64,22 +66,11 @@ protected:
         board().sleep_ns(2 * kFrameNs);
     }
 
-    // The 48 grid windows as the service reads them: under the PD readout hold, three bytes
-    // a window at 0xC808 + 64 row + 4 column, decoded the sensor's way.
+    // The 48 grid windows as the service reads them, under the PD readout hold.
     GridReading read_grid() {
-        GridReading grid;
-        write_imx586_pd_read_hold(1);
-        for (int i = 0; i < 48; ++i) {
-            uint8_t b[3] = {};
-            for (uint16_t k = 0; k < 3; ++k) {
-                read_imx586_single_reg(
-                    static_cast<uint16_t>(0xC808 + 64 * (i / 8) + 4 * (i % 8) + k), &b[k]);
-            }
-            grid.cl[i] = b[0] << 3 | b[1] >> 5;
-            const int v = (((b[1] << 6) & 0x7C0) | (b[2] >> 2)) - 1;
-            grid.pd[i] = (v >> 4) >= 64 ? v - 2046 : v;
-        }
-        write_imx586_pd_read_hold(0);
+        GridReading grid{};
+        int32_t row_counter = 0;
+        sensor::read_grid_windows(grid.windows, row_counter);
         return grid;
     }
 
@@ -103,17 +94,10 @@ protected:
         for (int frame = 0; frame < 4; ++frame) {
             board().sleep_ns(kFrameNs);
             const GridReading grid = read_grid();
-            sum += grid.pd[window];
-            cl = grid.cl[window];
+            sum += grid[window].pd;
+            cl = grid[window].cl;
         }
         return {(sum + 2) / 4, cl};
-    }
-
-    // fv2 of the frame now on the encoder's channel, through the service's reader.
-    int64_t fv2() {
-        VrelFocusValues values{};
-        EXPECT_EQ(fv_publish_consume_encodered_data(&values), 0) << "a new frame each period";
-        return values.fv2;
     }
 
     SystemRecord record_;
@@ -151,14 +135,14 @@ TEST_F(SceneOnBoard, AtTheTrueStepPdIsZeroAndOffItTheServiceLibraryGivesTheDefoc
         for (int i = 0; i < 48; ++i) {
             if (i == 5 || i == 6) continue;  // nearer: out of focus
             if (i == 40) {
-                EXPECT_LT(grid.cl[i], 150) << "a blank wall";
+                EXPECT_LT(grid[i].cl, 150) << "a blank wall";
                 continue;
             }
-            EXPECT_LE(std::abs(grid.pd[i]), 12) << "window " << i << " within noise of 0";
-            EXPECT_GE(grid.cl[i], 2000) << "window " << i;
+            EXPECT_LE(std::abs(grid[i].pd), 12) << "window " << i << " within noise of 0";
+            EXPECT_GE(grid[i].cl, 2000) << "window " << i;
         }
         if (zoom == kWide) {
-            EXPECT_LT(grid.pd[5], -500) << "the nearer subject: the lens stands too low";
+            EXPECT_LT(grid[5].pd, -500) << "the nearer subject: the lens stands too low";
         }
         for (int defocus : defocus_steps) {
             place_lens(zoom, in_focus + defocus);
@@ -168,44 +152,12 @@ TEST_F(SceneOnBoard, AtTheTrueStepPdIsZeroAndOffItTheServiceLibraryGivesTheDefoc
                 EXPECT_NEAR(library_defocus(window, pd, cl), off, 0.05 * std::fabs(off))
                     << "zoom " << zoom << ", window " << window << ", PD " << pd << ", CL " << cl;
             }
-            EXPECT_LT(read_grid().cl[40], 150) << "the blank wall at any defocus";
+            EXPECT_LT(read_grid()[40].cl, 150) << "the blank wall at any defocus";
         }
     }
     // 144 reads of one register (120 us each at 400 kHz) and the hold set and released (95 us
     // each, and the service's 20 us wait after each write).
     EXPECT_EQ(readout_ns, 17'510'000u) << "one 48-window readout";
-}
-
-TEST_F(SceneOnBoard, FocusValuesPeakAtTheTrueStepNarrowingAsTheLensZoomsIn) {
-    play("subject: {distance_m: 30, texture: 0.7}");
-    double previous_width = 1e9;
-    for (int zoom : {kWide, kMiddle, kTele}) {
-        place_motor(Motor::zoom, zoom);
-        const double truth = player().centre_in_focus_step();
-        std::vector<std::pair<int, int64_t>> sweep;  // (defocus, fv2)
-        for (int defocus = -60; defocus <= 60; defocus += 2) {
-            place_lens(zoom, static_cast<int>(std::lround(truth)) + defocus);
-            sweep.emplace_back(defocus, fv2());
-        }
-        const auto peak = std::max_element(sweep.begin(), sweep.end(),
-                                           [](auto& a, auto& b) { return a.second < b.second; });
-        EXPECT_LE(std::abs(peak->first), 4) << "zoom " << zoom;
-        // Unimodal: falling away from the peak in strides of 10 steps on either side.
-        for (size_t i = 5; i < sweep.size(); i += 5) {
-            const auto& [near, near_fv] = sweep[i - 5];
-            const auto& [far, far_fv] = sweep[i];
-            if (near >= 0) {
-                EXPECT_GT(near_fv, far_fv) << "zoom " << zoom << " at " << far;
-            } else if (far <= 0) {
-                EXPECT_LT(near_fv, far_fv) << "zoom " << zoom << " at " << near;
-            }
-        }
-        const auto half = std::count_if(sweep.begin(), sweep.end(),
-                                        [&](auto& s) { return s.second > peak->second / 2; });
-        const double width = 2.0 * static_cast<double>(half);
-        EXPECT_LT(width, previous_width) << "zoom " << zoom << ": depth of focus narrows";
-        previous_width = width;
-    }
 }
 
 TEST_F(SceneOnBoard, EventsActOnBoardTime) {
