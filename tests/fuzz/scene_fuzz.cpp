@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "tests/fuzz/fuzz_platform.hpp"
+#include "tests/fuzz/fuzz_input.hpp"
 #include "twin/module/scene_file.hpp"
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
