@@ -138,26 +138,6 @@ TEST_F(NightSearch, TheLaserIntervalIsWidenedByZoomAndDistanceAndLaidOut) {
     }
 }
 
-// The exact list clears the 256 bytes from exact_first, the coarse points everything from
-// coarse_first; neither touches the other.
-TEST_F(NightSearch, EachListClearsOnlyItsPartOfTheRecord) {
-    const auto* bytes = reinterpret_cast<const unsigned char*>(&night_focus_man);
-    current_multiple = 3.0f;
-    for (bool exact : {true, false}) {
-        std::memset(&night_focus_man, 0x5A, sizeof night_focus_man);
-        set_range_of_row();
-        quietly([&] {
-            exact ? get_exact_search_range_by_laser(200) : get_rough_search_range_by_laser();
-        });
-        // The exact list's five points end at byte 160.
-        const size_t cleared_from = exact ? 160 : 552, kept_from = exact ? 280 : 24;
-        for (size_t at = cleared_from; at < 280; ++at) ASSERT_EQ(bytes[at], 0) << at;
-        for (size_t at = kept_from; at < (exact ? 552 : 448); ++at)
-            ASSERT_EQ(bytes[at], 0x5A) << at;
-    }
-    EXPECT_EQ(night_focus_man.coarse_near_done + night_focus_man.coarse_far_done, 0);
-}
-
 // Toward near the walk starts at the first point below the position the record holds;
 // toward far at the point above the first one below the driver's position.
 TEST_F(NightSearch, TheCoarseWalkStartsNextToTheMotorByTwoRules) {

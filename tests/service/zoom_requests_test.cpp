@@ -1,6 +1,6 @@
 // Zoom requests on the twin, against its true lens (focus following the zooms on a scene is
-// in closed_loop_test.cpp): start-up, the 20-step check of the last lock, the zoom in x0.5 steps, the
-// refusals and the retry while the driver runs, and the IS value pacing.
+// in closed_loop_test.cpp): start-up, the 20-step check of the last lock, the zoom in x0.5 steps,
+// the refusals and the retry while the driver runs, and the IS value pacing.
 #include <gmock/gmock.h>
 
 #include <algorithm>
