@@ -136,6 +136,36 @@ TEST_F(ClosedLoop, DayLocksOnTheTruthFromStartUpAndAfterEveryZoom) {
     }
 }
 
+// Free mode on a person at 30 m up and left of a 40 m background: after the centre lock the
+// application picks a point on the person; the loop notices the new point, reads the 2 x 2
+// group under it and locks on the person.
+TEST_F(ClosedLoop, FreePointLocksOnTheSubjectUnderIt) {
+    play(
+        "light: day\nsubject: {distance_m: 40, texture: 0.6}\nstart_multiple: 6\n"
+        "windows: [{index: [9, 10, 17, 18], distance_m: 30, texture: 0.9}]\n"
+        "laser: {distance_m: 40}\n");
+    ASSERT_LT(passes_until(locked, 60), 60);
+    quietly([] {
+        AppSetMode(PDAF_FREE_MODE);
+        AppSetFocusCoordinates(780, 610);
+    });
+    std::string said;
+    const int passes = passes_until(
+        [&] {
+            said += output_;
+            return locked();
+        },
+        60);
+    const double err = player_->focus_position() - player_->in_focus_step(9);
+    std::printf(
+        "[ figures  ] free point x6.0, 30 m before 40 m: lock after %d passes, error %+.1f\n",
+        passes, err);
+    EXPECT_TRUE(locked());
+    EXPECT_LE(std::abs(err), 2.0);
+    EXPECT_THAT(said, HasSubstr("change coordinates set laser_focus_compensation to be zero!\r\n"));
+    EXPECT_EQ(current_focus_mode, PDAF_FREE_MODE);
+}
+
 // A blank wall gives no usable window: the loop counts two a pass (1, 3, 5), goes to the
 // laser's table step on the fourth, and keeps going there while no window comes; a laser at
 // 4 m then pauses it and the count starts over.
