@@ -50,12 +50,15 @@ protected:
     bool pass() {
         return call([&] { return run_af_pass(state_); });
     }
-    // Passes until done() holds after one, at most max; the passes run.
+    // Passes until done() holds after one, at most max; the passes run. What they printed is
+    // in said_.
     template <class Done>
     int passes_until(Done done, int max) {
+        said_.clear();
         int passes = 0;
         while (passes < max) {
             pass();
+            said_ += output_;
             ++passes;
             if (done()) break;
         }
@@ -70,6 +73,7 @@ protected:
 
     std::unique_ptr<twin::ScenePlayer> player_;
     AfLoopState state_;
+    std::string said_;
 };
 
 // Day, centre mode, a textured subject at 12 m with the laser on it: from start-up with the
@@ -103,13 +107,7 @@ TEST_F(ClosedLoop, DayLocksOnTheTruthFromStartUpAndAfterEveryZoom) {
             zoom(c.multiple);
         }
         const double start_error = error();
-        std::string said;
-        const int passes = passes_until(
-            [&] {
-                said += output_;
-                return locked();
-            },
-            60);
+        const int passes = passes_until(locked, 60);
         ASSERT_TRUE(locked()) << passes << " passes";
         EXPECT_LE(std::abs(error()), 2.0);
         EXPECT_EQ(passes, c.passes);
@@ -124,9 +122,9 @@ TEST_F(ClosedLoop, DayLocksOnTheTruthFromStartUpAndAfterEveryZoom) {
             EXPECT_EQ(defauult_probe_dir, c.probe_dir);
             EXPECT_EQ(laser_focus_compensation, -5);
             EXPECT_EQ(
-                said.find("******multiple change,so set center mode\r\n") != std::string::npos,
+                said_.find("******multiple change,so set center mode\r\n") != std::string::npos,
                 c.from_free);
-            EXPECT_THAT(said, HasSubstr("变倍初始化参数重置完成"));
+            EXPECT_THAT(said_, HasSubstr("变倍初始化参数重置完成"));
         }
         // Locked: the next pass takes no step.
         const int at = player_->focus_position();
@@ -149,20 +147,15 @@ TEST_F(ClosedLoop, FreePointLocksOnTheSubjectUnderIt) {
         AppSetMode(PDAF_FREE_MODE);
         AppSetFocusCoordinates(780, 610);
     });
-    std::string said;
-    const int passes = passes_until(
-        [&] {
-            said += output_;
-            return locked();
-        },
-        60);
+    const int passes = passes_until(locked, 60);
     const double err = player_->focus_position() - player_->in_focus_step(9);
     std::printf(
         "[ figures  ] free point x6.0, 30 m before 40 m: lock after %d passes, error %+.1f\n",
         passes, err);
     EXPECT_TRUE(locked());
     EXPECT_LE(std::abs(err), 2.0);
-    EXPECT_THAT(said, HasSubstr("change coordinates set laser_focus_compensation to be zero!\r\n"));
+    EXPECT_THAT(said_,
+                HasSubstr("change coordinates set laser_focus_compensation to be zero!\r\n"));
     EXPECT_EQ(current_focus_mode, PDAF_FREE_MODE);
 }
 
@@ -228,16 +221,11 @@ TEST_P(NightLoop, SearchesParkNearTheTruth) {
     for (int i = 0; i < 3; ++i) {
         SCOPED_TRACE(multiples[i]);
         zoom(multiples[i]);
-        int frames = 0;
-        passes_until(
-            [&] {
-                frames += output_.find("app_pdaf get fvinfo") != std::string::npos;
-                return night_focus_man.state == NIGHT_STATE_DONE;
-            },
-            120);
+        passes_until([] { return night_focus_man.state == NIGHT_STATE_DONE; }, 120);
+        const size_t frames = occurrences(said_, "app_pdaf get fvinfo");
         ASSERT_EQ(night_focus_man.state, NIGHT_STATE_DONE);
         const double err = error();
-        std::printf("[ figures  ] night x%-4.1f %5.0f m %-8s: %2d frames, error %+.1f\n",
+        std::printf("[ figures  ] night x%-4.1f %5.0f m %-8s: %2zu frames, error %+.1f\n",
                     multiples[i], c.distance_m, c.laser ? "laser" : "no laser", frames, err);
         EXPECT_EQ(std::lround(err), c.errors[i]);
         const int at = player_->focus_position();
