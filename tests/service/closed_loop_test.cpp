@@ -4,11 +4,11 @@
 // zoom motor's physical position). Each run prints its figures ("[ figures ]" lines).
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <memory>
 #include <string>
-#include <vector>
 
 #include "service/af_loop.hpp"
 #include "tests/support/twin_test.hpp"

@@ -3,7 +3,6 @@
 // the refusals and the retry while the driver runs, and the IS value pacing.
 #include <gmock/gmock.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -19,7 +18,6 @@ namespace {
 
 using ::testing::ElementsAreArray;
 using ::testing::HasSubstr;
-using ::testing::Not;
 
 // The numbers printed right after each occurrence of label, or of then after it.
 std::vector<double> numbers_after(const std::string& text, const std::string& label,
