@@ -104,6 +104,7 @@ TEST_F(ClosedLoop, DayLocksOnTheTruthFromStartUpAndAfterEveryZoom) {
         if (c.multiple != 0.0f) {
             ASSERT_TRUE(locked());
             if (c.from_free) current_focus_mode = PDAF_FREE_MODE;
+            laser_focus_compensation = 7;
             zoom(c.multiple);
         }
         const double start_error = error();
