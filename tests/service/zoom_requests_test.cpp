@@ -1,9 +1,8 @@
-// Zoom requests on the twin, against its true lens: start-up, focus following a zoom with
-// and without the laser, the 20-step check of the last lock, the zoom in x0.5 steps, the
-// refusals and the retry while the driver runs, and the IS value pacing.
+// Zoom requests on the twin, against its true lens (focus following the zooms on a scene is
+// in closed_loop_test.cpp): start-up, the 20-step check of the last lock, the zoom in x0.5 steps,
+// the refusals and the retry while the driver runs, and the IS value pacing.
 #include <gmock/gmock.h>
 
-#include <algorithm>
 #include <cstdlib>
 #include <string>
 #include <vector>
@@ -19,7 +18,6 @@ namespace {
 
 using ::testing::ElementsAreArray;
 using ::testing::HasSubstr;
-using ::testing::Not;
 
 // The numbers printed right after each occurrence of label, or of then after it.
 std::vector<double> numbers_after(const std::string& text, const std::string& label,
@@ -80,49 +78,6 @@ TEST_F(Zoom, StartUpHomesAndPlacesTheLens) {
     EXPECT_EQ(motor_position, mator_step_section[0][2]);
     EXPECT_THAT(output_, HasSubstr("min step:2724,max step:3022\r\n"));
     EXPECT_THAT(output_, HasSubstr("over init motor_position:2724\r\n"));
-}
-
-// One zoom after another on a 30 m subject: with the laser each lands on the laser's column,
-// without it on the column the focus was on; either way the true focus, to 2 steps.
-TEST_F(Zoom, FocusFollowsTheZoomWithAndWithoutTheLaser) {
-    start_motors(3.5f);
-    twin::Laser& laser = laser_on(300);
-    int running_seen = 0;
-    const int watch = board().add_periodic(20'000'000, [&](uint64_t) {
-        running_seen = std::max(running_seen, zoom_running_flag.load());
-    });
-    struct Step {
-        const char* request;
-        float multiple;
-        bool laser;
-    };
-    const Step steps[] = {{"ByPdTrend", 8.0f, true},
-                          {"Plain", 11.0f, true},
-                          {"Plain", 5.0f, false},
-                          {"ByPdTrend", 3.5f, false},
-                          {"ByPdTrend", 11.0f, false}};
-    for (const Step& s : steps) {
-        SCOPED_TRACE(testing::Message() << s.request << " x" << s.multiple);
-        if (!s.laser) laser.set_no_echo(true);
-        running_seen = 0;
-        const std::string request = s.request;
-        quietly([&] {
-            EXPECT_GE(request == "Plain" ? AppSetMultiple(s.multiple)
-                                         : AppSetMultipleByPdTrend(s.multiple),
-                      0);
-        });
-        EXPECT_LE(std::abs(focus_error(30.0)), 2);
-        EXPECT_EQ(motor_position, driver_focus());
-        EXPECT_EQ(multiple_index, AppSetMultipleSectionRelation(s.multiple));
-        EXPECT_EQ(running_seen, 1) << "the loop's Run variant must pause while zooming";
-    }
-    board().cancel_periodic(watch);
-
-    // A request inside the application's zoom session leaves the session's flag set.
-    set_zoom_running(1);
-    quietly([] { AppSetMultiple(8.0f); });
-    EXPECT_EQ(zoom_running_flag, 1);
-    set_zoom_running(0);
 }
 
 // The last lock (at x8) against the lens table's step for the laser distance: within 19
