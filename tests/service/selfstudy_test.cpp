@@ -20,6 +20,8 @@
 #include <tuple>
 #include <utility>
 
+#include "service/safe_message.hpp"
+#include "state/locks.hpp"
 #include "tests/support/twin_test.hpp"
 #include "zoomaf/app_pdaf.h"
 #include "zoomaf/lib_motor.h"
@@ -421,6 +423,52 @@ TEST_F(SelfStudyFile, LearningWhileSavingDoesNotRace) {
     });
     EXPECT_EQ(call(DealWriteSelfStudyInfo2File), 0);
     EXPECT_EQ(store_file(), store_memory());
+}
+
+// The lock counters order cooperative writers; the signal handler's wait for the
+// self-study write lock gives up after its bound instead of waiting for a thread that will
+// never run again.
+TEST_F(SelfStudy, LockCountersAndTheBoundedWaitForTheWriteLock) {
+    EXPECT_EQ(ptz_try_lock(), 1);
+    EXPECT_EQ(ptz_unlock(), 0);
+    EXPECT_EQ(laser_try_lock(), 0);
+    EXPECT_EQ(laser_unlock(), 0);
+    EXPECT_EQ(selfstudy_write_try_lock(), 1);
+    const uint64_t before = slept_ns();
+    EXPECT_FALSE(selfstudy_write_try_lock_for(100'000'000));
+    EXPECT_EQ(slept_ns() - before, 100'000'000u);  // five 20 ms pauses, then it gives up
+    EXPECT_EQ(selfstudy_write_unlock(), 0);
+    EXPECT_TRUE(selfstudy_write_try_lock_for(100'000'000));
+    EXPECT_EQ(slept_ns() - before, 100'000'000u);
+    EXPECT_EQ(selfstudy_write_unlock(), 0);
+}
+
+// The handler's messages: the same bytes from a thread (stdio) and from a signal handler
+// (write(2)), numbers to the smallest int64, errno texts, a line cut at its buffer.
+TEST(SafeMessages, ReadTheSameFromAThreadAndFromASignalHandler) {
+    for (const Context context : {Context::thread, Context::signal_handler}) {
+        const std::string out = captured([&] {
+            SafeMessage()
+                .text("n ")
+                .number(INT64_MIN)
+                .text(" ")
+                .number(0)
+                .text(" ")
+                .number(-7)
+                .text(" ")
+                .number(1234)
+                .text(" ")
+                .error(ENOENT)
+                .text(" ")
+                .error(99999)
+                .text("\n")
+                .say(context);
+        });
+        EXPECT_EQ(out, "n -9223372036854775808 0 -7 1234 No such file or directory error 99999\n");
+        const std::string line(300, 'x');
+        EXPECT_EQ(captured([&] { SafeMessage().text(line.c_str()).say(context); }),
+                  std::string(255, 'x'));
+    }
 }
 
 // A fatal signal in the middle of a save, on the real kernel: the interrupted save holds the
