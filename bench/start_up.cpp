@@ -1,9 +1,9 @@
 #include "bench/start_up.hpp"
 
 #include <cstdint>
-#include <cstdio>
 
 #include "platform/platform.hpp"
+#include "service/versions.hpp"
 #include "zoomaf/app_pdaf.h"
 #include "zoomaf/assist_info.h"
 #include "zoomaf/imx586.h"
@@ -19,12 +19,7 @@ bool start_up_service() {
     read_sensor_id();
     platform().sleep_ns(kSensorSettleNs);
     cur_day_night_mode = 0;
-    const VersionTriple motor = ReadMotorVersion();
-    std::printf("hardware is %d, motor software main is %d, sup is %d.\r\n", motor.hardware,
-                motor.main, motor.sub);
-    const VersionTriple app = ReadAppPdafVersion();
-    std::printf("dcc is %d, pdaf software main is %d, sup is %d.\r\n", app.hardware, app.main,
-                app.sub);
+    print_versions();
     ReadLaserCalibration();
     if (ReadAFTXT() < 0) return false;
     ReadLaserCalibration();

@@ -1,4 +1,8 @@
 // Version records printed at start-up: the motor driver's and the focus software's.
+#include "service/versions.hpp"
+
+#include <cstdio>
+
 #include "zoomaf/app_pdaf.h"
 #include "zoomaf/lib_motor.h"
 
@@ -17,3 +21,16 @@ VersionTriple ReadAppPdafVersion(void) {
 }
 
 }  // extern "C"
+
+namespace zoomaf {
+
+void print_versions() {
+    const VersionTriple motor = ReadMotorVersion();
+    std::printf("hardware is %d, motor software main is %d, sup is %d.\r\n", motor.hardware,
+                motor.main, motor.sub);
+    const VersionTriple app = ReadAppPdafVersion();
+    std::printf("dcc is %d, pdaf software main is %d, sup is %d.\r\n", app.hardware, app.main,
+                app.sub);
+}
+
+}  // namespace zoomaf
