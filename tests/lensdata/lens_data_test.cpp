@@ -1,7 +1,6 @@
-// The twin's true lens (twin/module/lens_model.cpp, C++) against the lens data the generator
-// made from the same model in Python: every value of both tracking tables and of the default
-// lens table CSV is the C++ model's, rounded. The data's own properties (published rows,
-// monotone rows, ranges, end rows) are checked by tools/lensdata/generate.py --check.
+// The twin's true lens (C++) against the lens data the generator made from the same model in
+// Python: every value of both tracking tables and of the lens table CSV is the model's,
+// rounded. The data's own properties are checked by tools/lensdata/generate.py --check.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -61,9 +60,8 @@ TEST(TwinLens, ReproducesTheLensTableCsv) {
     std::fclose(file);
 }
 
-// The model beyond its knots: the focal length falls and inverts over and past the zoom
-// travel; the step falls as the subject moves away; nearer than 10 cm, or no distance at
-// all, counts as 10 cm.
+// Beyond its knots the focal length still falls and inverts; the step falls as the subject
+// moves away; nearer than 10 cm, or no distance at all, counts as 10 cm.
 TEST(TwinLens, BehavesBeyondItsKnots) {
     double previous = kInfinity;
     for (int z = -5430 - 500; z <= 1606 + 500; ++z) {

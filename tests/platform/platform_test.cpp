@@ -1,5 +1,4 @@
-// The seam's Linux pass-through. Installing another platform is what every test on the twin
-// does (TwinTest), and taking it out again what its TearDown does.
+// The seam's Linux pass-through (installing another platform is what every TwinTest does).
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <unistd.h>

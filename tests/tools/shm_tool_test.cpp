@@ -1,7 +1,6 @@
-// zoomaf-shm on the real System V IPC of this machine: round trips with the service's own
-// readers, the dump, and the exit statuses. Every test moves the keys by an offset of its
-// own (ZOOMAF_SHM_KEY_OFFSET), so it never meets a camera or another test run, and removes
-// what it created.
+// zoomaf-shm on the real System V IPC of this machine, with the service's own readers. Every
+// test moves the keys by an offset of its own (ZOOMAF_SHM_KEY_OFFSET), so it never meets a
+// camera or another test run, and removes what it created.
 #include <sys/sem.h>
 #include <sys/shm.h>
 #include <sys/wait.h>
@@ -108,9 +107,7 @@ TEST_F(ShmTool, AreaPointAndFocusValuesRoundTripAndALargeDumpIsCut) {
 
     ASSERT_EQ(tool("fv 9223372036854775807 -1").status, 0);
     EXPECT_THAT(tool("dump 30").out, HasSubstr("focus values: fv1 9223372036854775807, fv2 -1\n"));
-
-    // A large channel shows its beginning.
-    const ToolRun dump = tool("dump 2");
+    const ToolRun dump = tool("dump 2");  // a large channel shows its beginning
     ASSERT_EQ(dump.status, 0) << dump.err;
     EXPECT_THAT(dump.out, HasSubstr("payload 491520 bytes\n"));
     EXPECT_THAT(dump.out, HasSubstr("00000ff0: 00"));
@@ -136,9 +133,8 @@ TEST_F(ShmTool, BadArgumentsGetOneLineAndStatusTwoAndTouchNothing) {
         EXPECT_EQ(bad_env.status, 2);
         EXPECT_THAT(bad_env.err, HasSubstr("ZOOMAF_SHM_KEY_OFFSET"));
     }
-    for (int memmode : {2, 12, 19, 30}) {
+    for (int memmode : {2, 12, 19, 30})
         EXPECT_EQ(::shmget(kernel_key(channels::shm_key(memmode)), 0, 0), -1);
-    }
 }
 
 TEST_F(ShmTool, HelpAndSystemFailures) {

@@ -227,7 +227,7 @@ TEST_F(SceneOnBoard, FramesComeOnAnyThreadWhileOthersReadTheTruth) {
     EXPECT_GE(player().frames_made(), 90u) << "3.5 s of board time at least";
 }
 
-TEST(SceneFile, ReadsBackWhatItWritesAndTheGalleryReads) {
+TEST(SceneFile, ReadsBackWhatItWritesAndReadsTheGallery) {
     const char* const every_key = R"(
 name: every_key
 seed: 7
@@ -253,11 +253,6 @@ duration_s: 20
     const twin::SceneFileResult again = twin::parse_scene(twin::write_scene(scene));
     ASSERT_TRUE(again.scene) << again.error << "\n" << twin::write_scene(scene);
     EXPECT_EQ(*again.scene, scene) << twin::write_scene(scene);
-
-    for (const char* file : {"day_12m.yaml", "walk_in.yaml"}) {
-        const auto loaded = twin::load_scene_file(std::string(ZOOMAF_SCENES_DIR) + "/" + file);
-        EXPECT_TRUE(loaded.scene) << loaded.error;
-    }
     EXPECT_EQ(
         twin::load_scene_file(std::string(ZOOMAF_SCENES_DIR) + "/day_12m.yaml").scene->start.laser,
         (twin::LaserTarget{12, 0.05}));
@@ -265,7 +260,6 @@ duration_s: 20
 
 TEST(SceneFile, ABadFileGetsItsPlaceAndFault) {
     const std::pair<const char*, const char*> cases[] = {
-        {"seed: 1\nlight: dusk\n", "2:8: light must be day, night or a lux figure (0 or more)"},
         {"subject: {distance_m: 12, colour: red}\n", "1:27: unknown key 'colour' in subject"},
         {"windows:\n  - {index: [11, 48]}\n", "2:18: window index 48 is outside 0 .. 47"},
         {"subject: {texture: 1.5}\n", "1:20: texture must lie in 0 .. 1"},
@@ -273,8 +267,6 @@ TEST(SceneFile, ABadFileGetsItsPlaceAndFault) {
          "3:10: events out of order: at 2 comes after at 4"},
         {"events:\n  - {at: 1, laser: {no_echo: 0.5}}\n",
          "2:20: a laser that is off needs distance_m"},
-        {"events:\n  - {at: 30, refocus: true}\n",
-         "2:10: at 30 is after the end of the scene (duration_s 10)"},
         {"subject: {distance_m: 12\n", "2:1: end of map flow not found"},
     };
     for (const auto& [text, message] : cases) {
