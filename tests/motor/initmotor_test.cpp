@@ -72,7 +72,7 @@ TEST_F(Initialisation, AnUnreadableModuleMemoryFallsBackToMs41928) {
     EXPECT_FALSE(with<twin::GpioBank>([](auto& g) { return g.active_low(22); }));
 }
 
-TEST_F(Initialisation, AShortVdPeriodIsRaisedAndNothingIsHomed) {
+TEST_F(Initialisation, AShortVdPeriodIsRaisedNothingIsHomedAndUnInitmotorReleasesAll) {
     EXPECT_EQ(call([] { return Initmotor(5, 0); }), 0u);
     EXPECT_EQ(gSpiDev.vd_ms, 10);
     EXPECT_EQ(vd_pulses(), 0u);
@@ -85,6 +85,13 @@ TEST_F(Initialisation, AShortVdPeriodIsRaisedAndNothingIsHomed) {
     EXPECT_EQ(chip_reg(0x20), 0x1003);
     EXPECT_EQ(chip_reg(0x25), 400);
     EXPECT_EQ(gFocusParam.rows, 76);
+    lastdirection[1] = 1;
+    curteps = 7;
+    UnInitmotor();
+    EXPECT_EQ(
+        std::tuple(gSpiDev.fd, gFocusParam.rows, gRunData.init_flag, lastdirection[1], curteps),
+        std::tuple(0, 0, 0, 0, 0u));  // the descriptor zeroed, not -1
+    gSpiDev.fd = -1;
 }
 
 TEST_F(Initialisation, AMissingSpiDeviceIsReportedAndTheRestGoesOn) {
@@ -92,20 +99,6 @@ TEST_F(Initialisation, AMissingSpiDeviceIsReportedAndTheRestGoesOn) {
     EXPECT_EQ(call([] { return Initmotor(10, 0); }), uint32_t{INITMOTOR_SPI_FAILED});
     EXPECT_TRUE(with<twin::GpioBank>([](auto& g) { return g.direction_out(120); }));
     EXPECT_EQ(gFocusParam.rows, 76);
-}
-
-TEST_F(Initialisation, UnInitmotorReleasesEverything) {
-    quietly([] { Initmotor(10, 0); });
-    ASSERT_GE(gSpiDev.fd, 0);
-    lastdirection[1] = 1;
-    curteps = 7;
-    UnInitmotor();
-    EXPECT_EQ(gSpiDev.fd, 0);  // zeroed, not -1
-    EXPECT_EQ(gFocusParam.rows, 0);
-    EXPECT_EQ(gRunData.init_flag, 0);
-    EXPECT_EQ(lastdirection[1], 0);
-    EXPECT_EQ(curteps, 0u);
-    gSpiDev.fd = -1;
 }
 
 TEST_F(Initialisation, ModuleMemoryAccessReportsItsFailures) {

@@ -22,22 +22,14 @@ struct MotorRig : test::Rig {
         chip_frame(board, spi, psum_reg, static_cast<uint16_t>(0x1C00 | (dir ? 0x100 : 0) | psum));
         chip_frame(board, spi, static_cast<uint8_t>(psum_reg + 1), intct);
     }
+    size_t timing_faults() { return test::fault_kinds(board).size(); }
     template <class F>
     auto motor(Motor m, F f) {
         return board.with<LensMotor>(m, f);
     }
-    size_t timing_faults() { return test::fault_kinds(board).size(); }
-    uint64_t vd_pulses() {
-        return board.with<DriverChip>([](auto& c) { return c.vd_pulses(); });
-    }
 };
 
-class Spidev : public ::testing::Test, protected test::Rig {
-protected:
-    void set_reg(int addr, uint16_t value) {
-        board.with<DriverChip>([&](DriverChip& c) { c.set_reg(addr, value); });
-    }
-};
+class Spidev : public ::testing::Test, protected test::Rig {};
 
 TEST_F(Spidev, FramesWithoutChipSelectOrOfTwoBytesAreIgnoredAndRecordedAndAMessageIsFrames) {
     EXPECT_EQ(test::transfer(board, spi, {0x24, 0xFF, 0xFF}).result, 3) << "still clocked out";
@@ -65,8 +57,10 @@ TEST_F(Spidev, WithoutLsbFirstTheChipSeesBitReversedBytesAndItsReadBackCanBeCorr
     EXPECT_EQ(test::chip_reg(board, 0x25), 0);
     EXPECT_EQ(test::chip_reg(board, 0x24), (reverse_bits(0x01) << 8) | reverse_bits(0x02));
     // A read of 0x0B (0x4B) reaches register 0x12 (0xD2 & 0x3F) and comes back reversed.
-    set_reg(0x0B, 0x0480);
-    set_reg(0x12, 0x1234);
+    board.with<DriverChip>([](DriverChip& c) {
+        c.set_reg(0x0B, 0x0480);
+        c.set_reg(0x12, 0x1234);
+    });
     EXPECT_THAT(chip_frame(board, spi, 0x4B, 0).rx,
                 ElementsAre(0, reverse_bits(0x34), reverse_bits(0x12)));
     ASSERT_EQ(board.ioctl(spi, SPI_IOC_WR_MODE32, &lsb_first), 0);
@@ -85,7 +79,7 @@ TEST(MotorDrive, OnlyRisingEdgesMoveAndEndStopsHoldTheMotors) {
     rig.program(kPsumCD, 16, true);  // zoom down
     for (int level : {1, 1, 0})      // one rising edge: staying high or falling moves nothing
         test::set_value(rig.board, Board::kVdGpio, level);
-    EXPECT_EQ(rig.vd_pulses(), 1u);
+    EXPECT_EQ(rig.board.with<DriverChip>([](auto& c) { return c.vd_pulses(); }), 1u);
     EXPECT_EQ(position(rig.board, Motor::focus), 3016);
     EXPECT_EQ(position(rig.board, Motor::zoom), -5416);
     rig.board.advance_ns(10'000'000);
