@@ -7,7 +7,6 @@
 #include <array>
 #include <cmath>
 #include <cstdio>
-#include <limits>
 
 #include "twin/module/lens_model.hpp"
 #include "zoomaf/lib_motor.h"
@@ -58,25 +57,6 @@ TEST(TwinLens, ReproducesTheLensTableCsv) {
         }
     }
     std::fclose(file);
-}
-
-// Beyond its knots the focal length still falls and inverts; the step falls as the subject
-// moves away; nearer than 10 cm, or no distance at all, counts as 10 cm.
-TEST(TwinLens, BehavesBeyondItsKnots) {
-    double previous = kInfinity;
-    for (int z = -5430 - 500; z <= 1606 + 500; ++z) {
-        const double efl = twin::efl_at_zoom_position(z);
-        ASSERT_LT(efl, previous) << "zoom " << z;
-        ASSERT_NEAR(twin::zoom_position_for_efl(efl), z, 1e-6) << "zoom " << z;
-        previous = efl;
-        ASSERT_GT(in_focus_focus_step(z, twin::kLensNearestDistanceM), in_focus_focus_step(z, 1.0));
-        ASSERT_GT(in_focus_focus_step(z, 1000.0), in_focus_focus_step(z, kInfinity));
-    }
-    for (double zoom : {-5430.0, -32.0, 1606.0}) {
-        const double nearest = in_focus_focus_step(zoom, twin::kLensNearestDistanceM);
-        for (double d : {0.0, -3.0, std::numeric_limits<double>::quiet_NaN()})
-            EXPECT_EQ(in_focus_focus_step(zoom, d), nearest) << zoom << " " << d;
-    }
 }
 
 }  // namespace
