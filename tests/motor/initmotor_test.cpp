@@ -47,7 +47,6 @@ TEST_P(ModuleIdentification, SelectsTheChannelLayoutAndPolarity) {
 INSTANTIATE_TEST_SUITE_P(
     EveryValidByteAndMotorId, ModuleIdentification,
     ::testing::Values(
-        ModuleCase{1, 1, false, 0, 1, false, "\r\n\r\n\r\n[Initmotor] [", 2},  // and its successor
         ModuleCase{1, 1, false, 0, 1, false, "] motor is ms41928!motor_id is 1\r\n\r\n\r\n", 1},
         ModuleCase{1, 2, true, 0, 2, true, "motor is ms41908!motor_id is 2, readdata eeprom is 2. ",
                    1},
@@ -58,19 +57,9 @@ INSTANTIATE_TEST_SUITE_P(
         ModuleCase{16, 2, true, 0, 2, true, "motor is ms41908!motor_id is 2\r\n", 1},
         ModuleCase{2, 16, false, 1, 0, true,
                    "eeprom Invalid is 2, Module ID fail, user MS41928 config!\n", 3},
-        ModuleCase{0, 1, false, 1, 0, false, "] eeprom is Invalid, user MS41928 config!\n", 3},
-        ModuleCase{7, 2, false, 1, 0, false, "eeprom is Invalid, user MS41928 config!", 3}));
+        ModuleCase{7, 2, false, 1, 0, false, "] eeprom is Invalid, user MS41928 config!\n", 3}));
 
 using Initialisation = TwinTest;
-
-TEST_F(Initialisation, AnUnreadableModuleMemoryFallsBackToMs41928) {
-    unplug_i2c(9, 0x50);
-    EXPECT_EQ(call([] { return Initmotor(10, 0); }), uint32_t{INITMOTOR_MODULE_INVALID});
-    EXPECT_THAT(output_, HasSubstr("fail! ioctl read error addr:0x0,ret:-1\r\n"));
-    EXPECT_EQ(occurrences(output_, "eeprom is Invalid, user MS41928 config!"), 3);
-    EXPECT_EQ(reg_addr_psum_f, 0x24);
-    EXPECT_FALSE(with<twin::GpioBank>([](auto& g) { return g.active_low(22); }));
-}
 
 TEST_F(Initialisation, AShortVdPeriodIsRaisedNothingIsHomedAndUnInitmotorReleasesAll) {
     EXPECT_EQ(call([] { return Initmotor(5, 0); }), 0u);
@@ -81,9 +70,6 @@ TEST_F(Initialisation, AShortVdPeriodIsRaisedNothingIsHomedAndUnInitmotorRelease
                              "is 1.000000.\r\n",
                              "] PCB version is 3576, code version is 1.8\n", "] InitMOTOR, end\n"})
         EXPECT_THAT(output_, HasSubstr(line));
-    // The default registers reached the chip, and the parameter block is loaded.
-    EXPECT_EQ(chip_reg(0x20), 0x1003);
-    EXPECT_EQ(chip_reg(0x25), 400);
     EXPECT_EQ(gFocusParam.rows, 76);
     lastdirection[1] = 1;
     curteps = 7;
@@ -180,14 +166,6 @@ TEST_F(HomingFailure, AStuckInterrupterSetsItsMotorsBitAndBothOnlyBit16) {
         board().close(gSpiDev.fd);
         gSpiDev.fd = -1;
     }
-}
-
-TEST_F(HomingFailure, OnlyTheSelectedMotorIsHomed) {
-    expect_position_error(2);
-    quietly([] { Initmotor(10, 0); });
-    EXPECT_EQ(call([] { return InitPI(MOTOR_FOCUS); }), 0);
-    EXPECT_EQ(motor_at(twin::Motor::zoom), -300);
-    EXPECT_LE(motor_at(twin::Motor::focus), 2);
 }
 
 }  // namespace
