@@ -36,7 +36,9 @@ TEST_F(TrackingTable, LoadsThe449SetAndFindsZoomAndFocusPositions) {
         float multiple, distance;
         int32_t result;
     } cases[] = {
-        {0, 3.5f, 0, 1416 * 16},           {0, 4.4f, 0, -32 * 16}, {0, 11.0f, 0, -5392 * 16},
+        {0, 3.5f, 0, 1416 * 16},
+        {0, 4.4f, 0, -32 * 16},
+        {0, 11.0f, 0, -5392 * 16},
         {0, 3.5f, 500.0f, 1416 * 16},       // no distance rule for zoom
         {1, 3.5f, 15.0f, 5746 * 16},        // the found cell twice: column 8, 2 x 2873
         {1, 3.5f, 10.0f, 2 * 2797 * 16},    // column 4 named "10"
@@ -44,6 +46,15 @@ TEST_F(TrackingTable, LoadsThe449SetAndFindsZoomAndFocusPositions) {
         {1, 7.4f, 12.0f, 2 * 138 * 16},     // "15" is the first farther
         {1, 11.0f, 25.0f, 2 * -2314 * 16},  // column 6, "30"
         {1, 3.5f, 60.0f, 2 * 2810 * 16},    // nearest name is "50"
+        // The key follows the text of the product: 35.090000 has a '9' in its fifth
+        // character, 35.079998 (3.508 in single precision) a '7'; 34.999998 counts as 35;
+        // three-digit keys look at the first decimal.
+        {0, 3.509f, 0, cell(36, 2) * 16},
+        {0, 3.507f, 0, cell(35, 2) * 16},
+        {0, 3.508f, 0, cell(35, 2) * 16},
+        {0, 3.4999998f, 0, cell(35, 2) * 16},
+        {0, 10.58f, 0, cell(106, 2) * 16},
+        {0, 10.57f, 0, cell(105, 2) * 16},
     };
     for (const auto& c : cases)
         EXPECT_EQ(lookup(c.kind, c.multiple, c.distance), c.result)
@@ -64,19 +75,6 @@ TEST_F(TrackingTable, DistancesAndMultiplesAreClampedToTheTable) {
     gFocusParam.rows = 0;
     EXPECT_EQ(lookup(1, 5.0f, 10.0f), LIST_TABLE_EMPTY);
     EXPECT_THAT(output_, HasSubstr("] error 1, rows1: 0, column1:9\n"));
-}
-
-TEST_F(TrackingTable, TheKeyFollowsTheTextOfTheProduct) {
-    const std::pair<float, int> keys[] = {
-        {3.509f, 36},      // 35.090000: the '9' in the fifth character raises the key
-        {3.507f, 35},      // 35.070000
-        {3.508f, 35},      // 35.079998 in single precision: the text reads '7'
-        {3.4999998f, 35},  // 34.999998 counts as the key just above
-        {10.58f, 106},     // three-digit keys look at the first decimal: 105.8
-        {10.57f, 105},
-    };
-    for (auto [multiple, key] : keys)
-        EXPECT_EQ(lookup(0, multiple, 0), cell(key, 2) * 16) << multiple;
 }
 
 TEST(MotorRanges, EndsFromBaseAndTravel) {

@@ -171,16 +171,6 @@ TEST_F(RunEngine, AFailedWriteMidRunAbandonsItAndKeepsThePosition) {
     EXPECT_EQ(gRunData.motor[MOTOR_FOCUS].loops, 0);
 }
 
-TEST_F(RunEngine, ARunInProgressIsRefusedAndTheFlagsCleared) {
-    gRunData.running = 1;
-    EXPECT_EQ(run({{MOTOR_FOCUS, 0, 16, 1, 2, 8, 8}}, 2, 2), 1);
-    EXPECT_EQ(vd_pulses(), 0u);
-    EXPECT_TRUE(writes().empty());
-    EXPECT_EQ(gRunData.running, 0);
-    EXPECT_EQ(gRunData.motor_order, 0);
-    EXPECT_EQ(gRunData.motor[MOTOR_FOCUS].psum, 0);
-}
-
 class RevisedRunEngine : public RunEngine {
 protected:
     void SetUp() override {
