@@ -8,7 +8,6 @@
 #include <map>
 #include <memory>
 #include <optional>
-#include <thread>
 
 #include "ipc/area_focus.hpp"
 #include "sensor/pd_readout.hpp"
@@ -198,33 +197,6 @@ duration_s: 10
     ASSERT_FALSE(frames.empty());
     EXPECT_LT(frames.back().grid[20].cl, 1000) << "phase detection fails at night";
     EXPECT_EQ(player().frames_made(), 270u) << "a frame every 33 ms for 9 s";
-}
-
-// The service reads the sensor on its focus thread and the channels on others, while the
-// scenario runner reads the truth: the frames come on whichever thread moves the clock.
-TEST_F(SceneOnBoard, FramesComeOnAnyThreadWhileOthersReadTheTruth) {
-    play(kTexturedWall);
-    std::thread focus_loop([&] {
-        for (int pass = 0; pass < 30; ++pass) {
-            read_grid();
-            board().sleep_ns(50'000'000);
-        }
-    });
-    std::thread encoder_reader([&] {
-        for (int frame = 0; frame < 100; ++frame) {
-            VrelFocusValues values{};
-            fv_publish_consume_encodered_data(&values);
-            board().sleep_ns(10'000'000);
-        }
-    });
-    for (int look = 0; look < 50; ++look) {
-        EXPECT_FALSE(std::isnan(player().centre_in_focus_step()));
-        EXPECT_LE(player().frames().size(), 1024u);
-        board().sleep_ns(20'000'000);
-    }
-    focus_loop.join();
-    encoder_reader.join();
-    EXPECT_GE(player().frames_made(), 90u) << "3.5 s of board time at least";
 }
 
 TEST(SceneFile, ReadsBackWhatItWritesAndReadsTheGallery) {
