@@ -96,7 +96,6 @@ protected:
     std::vector<std::pair<uint16_t, uint8_t>> sensor_writes();
     std::vector<twin::I2cTransferRecord> i2c_transfers(int bus);
     uint64_t slept_ns();
-    size_t recorded(twin::FaultKind kind);
 
     // The focus service started as the bench starts it, quietly: the lens table and the DCC
     // file from data/ loaded, the laser channel attached, the sensor set up (InitPDSetting).

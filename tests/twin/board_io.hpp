@@ -112,9 +112,6 @@ inline std::vector<FaultKind> fault_kinds(const Kernel& board) {
     for (const auto& fault : board.faults()) kinds.push_back(fault.kind);
     return kinds;
 }
-inline std::vector<GpioEdge> edges(Kernel& board, int line) {
-    return board.with<GpioBank>([&](const GpioBank& g) { return g.edges(line); });
-}
 inline int position(Board& board, Motor motor) {
     return board.with<LensMotor>(motor, [](const LensMotor& m) { return m.position(); });
 }

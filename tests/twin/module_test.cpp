@@ -48,7 +48,7 @@ TEST_F(Spidev, FramesWithoutChipSelectOrOfTwoBytesAreIgnoredAndRecordedAndAMessa
               std::pair(uint16_t{0x1D10}, uint16_t{0x0190}));
 }
 
-TEST_F(Spidev, WithoutLsbFirstTheChipSeesBitReversedBytesAndItsReadBackCanBeCorrupted) {
+TEST_F(Spidev, WithoutLsbFirstTheChipSeesBitReversedBytes) {
     uint32_t msb_first = SPI_MODE_0, lsb_first = SPI_LSB_FIRST;
     ASSERT_EQ(board.ioctl(spi, SPI_IOC_WR_MODE32, &msb_first), 0);
     // 0x25 reversed is 0xA4: the chip takes a write to register 0x24 (bit 7 is not an
@@ -65,12 +65,6 @@ TEST_F(Spidev, WithoutLsbFirstTheChipSeesBitReversedBytesAndItsReadBackCanBeCorr
                 ElementsAre(0, reverse_bits(0x34), reverse_bits(0x12)));
     ASSERT_EQ(board.ioctl(spi, SPI_IOC_WR_MODE32, &lsb_first), 0);
     EXPECT_EQ(test::chip_read(board, spi, 0x0B), 0x0480) << "right again in LSB-first mode";
-    // The chip's fault hook corrupts the read-back of one register, once.
-    board.inject({.op = FaultRule::Op::readback, .reg = 0x12});
-    EXPECT_EQ(test::chip_read(board, spi, 0x0B), 0x0480) << "another register reads true";
-    EXPECT_EQ(test::chip_read(board, spi, 0x12), 0x1235);
-    EXPECT_EQ(test::chip_reg(board, 0x12), 0x1234) << "the register itself is untouched";
-    EXPECT_EQ(test::chip_read(board, spi, 0x12), 0x1234);
 }
 
 TEST(MotorDrive, OnlyRisingEdgesMoveAndEndStopsHoldTheMotors) {
@@ -123,7 +117,7 @@ TEST(MotorTiming, APulseOrAChannelWriteBeforeThePulsesFinishIsATimingFault) {
 
 class PhotoInterrupterLine : public ::testing::TestWithParam<DriverType> {};
 
-TEST_P(PhotoInterrupterLine, ReadsOneOnThePositiveSideOnceActiveLowIsSetAndMayStick) {
+TEST_P(PhotoInterrupterLine, ReadsOneOnThePositiveSideOnceActiveLowIsSet) {
     // The driver sets active_low 1 on MS41908 modules, whose raw line is inverted.
     const bool active_low = GetParam() == DriverType::ms41908;
     MotorRig rig(BoardConfig{.driver = GetParam(), .zoom_start = 5, .focus_start = -10});
@@ -138,22 +132,12 @@ TEST_P(PhotoInterrupterLine, ReadsOneOnThePositiveSideOnceActiveLowIsSetAndMaySt
         test::write_path(rig.board, test::gpio_file(line, "active_low"), active_low ? "1" : "0");
     }
     EXPECT_EQ(levels(), "1\n0\n");
-    auto stick = [&](std::optional<int> level) {
-        rig.board.with<PhotoInterrupter>(Motor::zoom, [&](auto& pi) { pi.set_stuck(level); });
-    };
-    stick(active_low ? 1 : 0);  // the negative side's raw level
-    EXPECT_EQ(levels(), "0\n0\n") << "a stuck line ignores the motor";
-    stick(std::nullopt);
-    EXPECT_EQ(levels(), "1\n0\n");
     // Crossing the edge by VD pulses is an edge on the line, at the pulse.
     rig.program(active_low ? kPsumCD : kPsumAB, 8, true);  // focus up by 8 per period
     rig.vd();
-    EXPECT_TRUE(test::edges(rig.board, Board::kFocusPiGpio).empty()) << "-2 is still negative";
+    EXPECT_EQ(levels(), "1\n0\n") << "-2 is still negative";
     rig.board.advance_ns(10'000'000);
     rig.vd();
-    const auto edges = test::edges(rig.board, Board::kFocusPiGpio);
-    ASSERT_EQ(edges.size(), 1u);
-    EXPECT_TRUE(edges[0].level == (active_low ? 0 : 1) && edges[0].time_ns == rig.board.now_ns());
     EXPECT_EQ(levels(), "1\n1\n");
 }
 
