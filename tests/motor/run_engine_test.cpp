@@ -63,48 +63,6 @@ protected:
     }
 };
 
-TEST_F(RunEngine, EachMotorMovesByItsPulsesInItsSenseOneVdPulsePerPeriod) {
-    const struct {
-        struct {
-            uint8_t order;
-            uint16_t maxloops;
-            int zoom, focus;
-            uint64_t pulses;
-            size_t writes;
-        } c;
-        std::initializer_list<Plan> plans;
-    } cases[] = {
-        // focus up with direction 1: psum and intct, again in the last period, the stops
-        {{2, 3, 0, 37, 3, 6}, {{MOTOR_FOCUS, 0, 37, 1, 3, 16, 5}}},
-        // zoom down with direction 1; the count never changes
-        {{1, 3, -48, 37, 3, 4}, {{MOTOR_ZOOM, 0, -48, 1, 3, 16, 16}}},
-        // both share one VD pulse per period
-        {{1 | 2 << 2, 4, 16, 53, 4, 8},
-         {{MOTOR_ZOOM, -48, 16, 0, 4, 16, 16}, {MOTOR_FOCUS, 37, 53, 1, 2, 8, 8}}},
-        // a motor in the order with nothing planned stays where it is
-        {{1 | 2 << 2, 2, 16, 69, 2, 4},
-         {{MOTOR_ZOOM, 16, 16, 0, 0, 0, 0}, {MOTOR_FOCUS, 53, 69, 1, 2, 8, 8}}},
-    };
-    uint64_t pulses = 0;
-    for (const auto& [c, plans] : cases) {
-        with<twin::DriverChip>([](auto& chip) { chip.clear_register_writes(); });
-        EXPECT_EQ(run(plans, c.order, c.maxloops), 0);
-        EXPECT_EQ(std::pair(motor_at(twin::Motor::zoom), motor_at(twin::Motor::focus)),
-                  std::pair(c.zoom, c.focus));
-        EXPECT_EQ(std::pair(GetCurSteps(MOTOR_ZOOM), GetCurSteps(MOTOR_FOCUS)),
-                  std::pair(c.zoom, c.focus));
-        EXPECT_EQ(vd_pulses() - pulses, c.pulses);
-        EXPECT_EQ(writes().size(), c.writes);
-        EXPECT_EQ(chip_reg(0x24) & 0xFF, 0) << "stopped";
-        EXPECT_EQ(chip_reg(0x29) & 0xFF, 0) << "stopped";
-        pulses = vd_pulses();
-    }
-    EXPECT_EQ(gRunData.motor[MOTOR_FOCUS].last_dir, 1);
-    EXPECT_THAT(output_, HasSubstr("use error_step is 0.\r\n"));
-    EXPECT_THAT(output_, HasSubstr("] cur multiple:0.000000, zoom_cursteps: 16, "
-                                   "focus_cursteps: 69\n"));
-}
-
 TEST_F(RunEngine, ALateFocusMotorStartsAfterTheDelay) {
     // Loops 4 and 2 do not fit in 5 periods: the focus motor's share becomes 5 - 4 = 1, and
     // it starts after min(4, 1) = 1 period.

@@ -1,7 +1,7 @@
-// The board clock: virtual time driven by sleeps, and real-time mode for the bench and demos.
+// The board clock's real-time mode, which the bench and the demos run in and switch in and
+// out of (virtual time is what every other test runs on).
 #include <chrono>
 #include <thread>
-#include <vector>
 
 #include "gtest/gtest.h"
 #include "twin/kernel/kernel.hpp"
@@ -10,24 +10,6 @@ namespace zoomaf::twin {
 namespace {
 
 constexpr auto real_ns = &Clock::real_monotonic_ns;
-
-// A sleep only advances the virtual clock, from whichever thread it comes: every thread's
-// sleeps add up. The wall clock's epoch is the seed's.
-TEST(VirtualClock, SleepsFromAnyThreadAddUpAndTheWallEpochIsSeeded) {
-    Kernel board(KernelConfig{.seed = 3}), same(KernelConfig{.seed = 3});
-    EXPECT_NE(board.wall().tv_sec, Kernel(KernelConfig{.seed = 4}).wall().tv_sec);
-    const uint64_t start = board.now_ns(), real_start = real_ns();
-    std::vector<std::thread> threads;
-    for (int t = 0; t < 4; ++t)
-        threads.emplace_back([&board] {
-            for (int i = 0; i < 1000; ++i) board.sleep_ns(1'000'000);
-        });
-    for (auto& thread : threads) thread.join();
-    EXPECT_LT(real_ns() - real_start, 1'000'000'000ull) << "4 s not really slept";
-    EXPECT_EQ(board.now_ns() - start, 4'000'000'000ull);
-    EXPECT_EQ(board.wall().tv_sec - same.wall().tv_sec, 4);
-    EXPECT_EQ(board.wall().tv_usec, same.wall().tv_usec);
-}
 
 TEST(RealTimeClock, ASleepTakesItsRealTimeDividedByTheSpeedAndModesSwitchContinuously) {
     Kernel board;

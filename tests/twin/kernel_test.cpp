@@ -15,7 +15,6 @@ namespace zoomaf::twin {
 namespace {
 
 namespace fs = std::filesystem;
-using Op = FaultRule::Op;
 using test::gpio_file;
 using test::read_path;
 using test::read_reg16;
@@ -76,21 +75,6 @@ TEST(Gpio, ExportCreatesTheLineFilesOnceForTheNumbersItAccepts) {
     for (const char* bad : {"abc", "\n", "2x", "-1", "160"})
         EXPECT_ERRNO(write_path(board, "/sys/class/gpio/export", bad), EINVAL) << bad;
     EXPECT_ERRNO(board.open(gpio_file(22, "edge").c_str(), O_RDONLY), ENOENT);
-}
-
-// A failed call has no effect (the service's failure paths rely on it), and a rule is not
-// one of the hardware's own faults, which the fixture of the service's tests checks.
-TEST(FaultRules, AFailedCallHasNoEffect) {
-    Kernel board;
-    board.write_file("/f", "1");
-    board.inject({.op = Op::write, .error = EAGAIN});  // an empty target is every object
-    board.inject({.op = Op::sleep, .error = EINTR});
-    EXPECT_ERRNO(write_path(board, "/f", "changed"), EAGAIN);
-    EXPECT_EQ(board.read_file("/f"), "1");
-    const uint64_t before = board.now_ns();
-    EXPECT_ERRNO(board.sleep_ns(5'000'000), EINTR);
-    EXPECT_EQ(board.now_ns(), before) << "a failed sleep sleeps nothing";
-    EXPECT_TRUE(board.faults().empty());
 }
 
 // The module memory (8 KiB, every byte readable and writable) on bus 9 and the sensor's
