@@ -178,23 +178,9 @@ TEST_F(Moves, AFocusMoveReportsItsTimeAndARunInProgressRefusesEveryMove) {
     gRunData.running = 0;
 }
 
-// The plans of the moves: zoom first and focus second, the backlash compensation on a turn
-// (zoom moves only; a focus move adds none), the given focus taken only above the default.
+// The plans of the moves: the given focus taken with a zoom only above the default, the
+// direction of relative focus moves, the periods of a focus move.
 TEST_F(Moves, ThePlansOfTheMoves) {
-    call([] { return SetMultipleSteps(0, 0, 3.5f); });
-    EXPECT_EQ(gRunData.motor_order, 1 | 2 << 2);
-    EXPECT_EQ(std::tuple(zoom.dst_steps, zoom.dir, zoom.total_steps, zoom.loops, zoom.last_psum),
-              std::tuple(1416, 0, 1416, 89, 8));  // 1416 / 16 rounded up
-    EXPECT_EQ(std::tuple(focus.dst_steps, focus.loops, focus.last_psum, gRunData.maxloops),
-              std::tuple(-2574, 322, 6, 322));  // 2574 / 8 rounded up
-    gRunData.motor[MOTOR_ZOOM].last_dir = 1;    // the zoom last went down, now it goes up
-    gRunData.motor[MOTOR_FOCUS].last_dir = 1;
-    gRunData.motor[MOTOR_FOCUS].compen_steps_forward = 5;
-    call([] { return SetMultipleSteps(0, 0, 3.5f); });
-    EXPECT_EQ(std::tuple(zoom.total_steps, zoom.loops, zoom.last_psum),
-              std::tuple(1416, 89, 10));  // 1418 - 16 x 88; the total is before compensation
-    EXPECT_EQ(std::tuple(focus.loops, focus.last_psum), std::tuple(323, 3));  // 2579 / 8
-
     const struct {
         int16_t current, given;
         uint8_t move_focus;
