@@ -53,38 +53,34 @@ INSTANTIATE_TEST_SUITE_P(
         ModuleCase{1, 16, true, 0, 2, true, "readdata eeprom is 16. ", 1},
         ModuleCase{1, 5, false, 1, 0, true,
                    "eeprom Invalid is 1, Module ID fail, user MS41928 config!\n", 3},
-        ModuleCase{2, 2, true, 0, 2, true, "\r\n\r\n\r\nmotor is ms41908!motor_id is 2\r\n", 1},
-        ModuleCase{16, 2, true, 0, 2, true, "motor is ms41908!motor_id is 2\r\n", 1},
+        ModuleCase{16, 2, true, 0, 2, true, "\r\n\r\n\r\nmotor is ms41908!motor_id is 2\r\n", 1},
         ModuleCase{2, 16, false, 1, 0, true,
                    "eeprom Invalid is 2, Module ID fail, user MS41928 config!\n", 3},
         ModuleCase{7, 2, false, 1, 0, false, "] eeprom is Invalid, user MS41928 config!\n", 3}));
 
 using Initialisation = TwinTest;
 
-TEST_F(Initialisation, AShortVdPeriodIsRaisedNothingIsHomedAndUnInitmotorReleasesAll) {
-    EXPECT_EQ(call([] { return Initmotor(5, 0); }), 0u);
+// A missing SPI device is reported and the rest goes on; UnInitmotor releases everything.
+TEST_F(Initialisation, AShortVdPeriodIsRaisedAMissingSpiDeviceReportedAndAllReleased) {
+    board().inject({.op = FaultRule::Op::open, .target = "/dev/spidev1.0", .error = ENOENT});
+    EXPECT_EQ(call([] { return Initmotor(5, 0); }), uint32_t{INITMOTOR_SPI_FAILED});
     EXPECT_EQ(gSpiDev.vd_ms, 10);
-    EXPECT_EQ(vd_pulses(), 0u);
+    EXPECT_EQ(vd_pulses(), 0u) << "nothing homed";
     for (const char* line : {"] start init motorn get motor version\n",
                              "] start InitMOTOR, ZOOM Duty cycle is 1.000000; FOCUS Duty cycle "
                              "is 1.000000.\r\n",
                              "] PCB version is 3576, code version is 1.8\n", "] InitMOTOR, end\n"})
         EXPECT_THAT(output_, HasSubstr(line));
+    EXPECT_TRUE(with<twin::GpioBank>([](auto& g) { return g.direction_out(120); }));
     EXPECT_EQ(gFocusParam.rows, 76);
     lastdirection[1] = 1;
     curteps = 7;
+    quietly([] { ASSERT_EQ(InitSpi(), 0); });
     UnInitmotor();
     EXPECT_EQ(
         std::tuple(gSpiDev.fd, gFocusParam.rows, gRunData.init_flag, lastdirection[1], curteps),
         std::tuple(0, 0, 0, 0, 0u));  // the descriptor zeroed, not -1
     gSpiDev.fd = -1;
-}
-
-TEST_F(Initialisation, AMissingSpiDeviceIsReportedAndTheRestGoesOn) {
-    board().inject({.op = FaultRule::Op::open, .target = "/dev/spidev1.0", .error = ENOENT});
-    EXPECT_EQ(call([] { return Initmotor(10, 0); }), uint32_t{INITMOTOR_SPI_FAILED});
-    EXPECT_TRUE(with<twin::GpioBank>([](auto& g) { return g.direction_out(120); }));
-    EXPECT_EQ(gFocusParam.rows, 76);
 }
 
 TEST_F(Initialisation, ModuleMemoryAccessReportsItsFailures) {
