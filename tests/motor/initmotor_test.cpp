@@ -104,37 +104,6 @@ TEST_F(Initialisation, ModuleMemoryAccessReportsItsFailures) {
               "\r\n~ioctl write add 0x51 error addr:0x0203, weitr data is 0x07, ret:-1\r\n");
 }
 
-// Homing from seeded unknown start positions on both module types: both motors end just past
-// their edges, on the positive side, where the driver counts 0.
-class Homing : public TwinTest,
-               public ::testing::WithParamInterface<std::tuple<twin::DriverType, uint64_t>> {
-protected:
-    twin::BoardConfig board_config() override {
-        return {.seed = std::get<1>(GetParam()), .driver = std::get<0>(GetParam())};
-    }
-};
-
-TEST_P(Homing, FindsBothEdges) {
-    expect_position_error(2);  // the last pass of 2 steps stops up to 2 past the edge
-    const int zoom_start = motor_at(twin::Motor::zoom), focus_start = motor_at(twin::Motor::focus);
-    EXPECT_EQ(call([] { return Initmotor(10, 1); }), 0u)
-        << "zoom from " << zoom_start << ", focus from " << focus_start;
-    for (auto motor : {twin::Motor::zoom, twin::Motor::focus}) {
-        EXPECT_GE(motor_at(motor), 0);
-        EXPECT_LE(motor_at(motor), 2);
-    }
-    EXPECT_EQ(occurrences(output_, "] check pi succeed, motor id: "), 2);
-    EXPECT_EQ(lastdirection[MOTOR_ZOOM], gRunData.motor[MOTOR_ZOOM].last_dir);
-    EXPECT_EQ(lastdirection[MOTOR_FOCUS], gRunData.motor[MOTOR_FOCUS].last_dir);
-    EXPECT_EQ(GetCurGPIO(MOTOR_ZOOM), 1);
-    EXPECT_EQ(GetCurGPIO(MOTOR_FOCUS), 1);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    SeededStarts, Homing,
-    ::testing::Combine(::testing::Values(twin::DriverType::ms41928, twin::DriverType::ms41908),
-                       ::testing::Values(uint64_t{1}, uint64_t{7}, uint64_t{2026})));
-
 class HomingFailure : public TwinTest {
 protected:
     twin::BoardConfig board_config() override { return {.zoom_start = -300, .focus_start = 200}; }
