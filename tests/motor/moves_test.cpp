@@ -82,7 +82,6 @@ TEST(MotorRanges, EndsFromBaseAndTravel) {
     EXPECT_EQ(std::tuple(GeMotorRangeSteps(0, 1), GeMotorRangeSteps(0, 0), GeMotorRangeSteps(1, 1),
                          GeMotorRangeSteps(1, 0), GeMotorRangeSteps(2, 1)),
               std::tuple(1606, -5430, 3022, -2574, 0));
-    EXPECT_EQ((std::pair<int, int>(GetFocusRange(1), GetFocusRange(0))), std::pair(3022, -2574));
     // -0.30 mm is -29 steps, masked to 13 bits and times 8: -232 as a signed 16-bit value.
     EXPECT_EQ(GetPhysicalSteps(0, -30), -232);
     EXPECT_EQ(GetPhysicalSteps(1, 50), 392);
@@ -112,7 +111,6 @@ protected:
         place_motor(twin::Motor::zoom, 0);
         place_motor(twin::Motor::focus, 0);
     }
-    const MotorRunState& zoom = gRunData.motor[MOTOR_ZOOM];
     const MotorRunState& focus = gRunData.motor[MOTOR_FOCUS];
 };
 

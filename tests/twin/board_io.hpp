@@ -17,12 +17,9 @@
 
 namespace zoomaf::twin::test {
 
-// One check that a call failed (-1 or null) with exactly this errno (errno cleared first).
+// One check that a call failed (-1) with exactly this errno (errno cleared first).
 inline int error_of(long result) {
     return result == -1 ? errno : 0;
-}
-inline int error_of(const void* result) {
-    return result == nullptr ? errno : 0;
 }
 #define EXPECT_ERRNO(call, error) \
     EXPECT_EQ((errno = 0, ::zoomaf::twin::test::error_of(call)), error) << #call
