@@ -94,11 +94,7 @@ protected:
 
 // Messages before a NAK take effect, but no read data comes back; the kernel's limits are
 // refused before anything is sent.
-TEST_F(I2cBusTest, TransfersAreRoutedRecordedAndRefusedAsTheKernelDoes) {
-    ASSERT_EQ(write_reg16(board, 9, kChip, 0x0000, {3, 4}), 1);
-    const auto read = read_reg16(board, 9, kChip, 0x0000, 2);
-    EXPECT_EQ(read.result, 2) << "the kernel returns the number of messages";
-    EXPECT_THAT(read.data, ElementsAre(3, 4));
+TEST_F(I2cBusTest, TransfersAreRefusedAndNakedAsTheKernelDoes) {
     EXPECT_ERRNO(read_reg16(board, 3, kChip, 0x0000).result, ENOENT) << "another bus";
     EXPECT_THROW(board.make_i2c_device<ModuleEeprom>(9, kChip), std::logic_error);
     uint8_t store[3] = {0x00, 0x20, 0x44}, address[2] = {0x00, 0x20}, byte = 0xEE, probe = 0;
@@ -109,7 +105,6 @@ TEST_F(I2cBusTest, TransfersAreRoutedRecordedAndRefusedAsTheKernelDoes) {
                  ENXIO);
     EXPECT_EQ(memory->byte(0x0020), 0x44);
     EXPECT_EQ(byte, 0xEE);
-    EXPECT_EQ(test::transfers(board, 9).back().messages.back().addr, 0x51) << "recorded to the NAK";
     const i2c_msg zero{kChip, 0, 0, nullptr};
     EXPECT_EQ(rdwr(std::vector<i2c_msg>(42, zero)), 42) << "42 address-only probes go through";
     const std::pair<std::vector<i2c_msg>, int> refused[] = {
@@ -121,7 +116,7 @@ TEST_F(I2cBusTest, TransfersAreRoutedRecordedAndRefusedAsTheKernelDoes) {
         {{{kChip, I2C_M_RD, 1, nullptr}}, EFAULT},
     };
     for (const auto& [messages, error] : refused) EXPECT_ERRNO(rdwr(messages), error);
-    EXPECT_EQ(test::transfers(board, 9).size(), 4u) << "two reads, the NAKed one, the probes";
+    EXPECT_EQ(test::transfers(board, 9).size(), 2u) << "the NAKed one and the probes";
 }
 
 TEST_F(I2cBusTest, MisuseIsRecordedAndReadOnlyRegistersKeepTheirValue) {
@@ -143,10 +138,6 @@ TEST_F(I2cBusTest, MisuseIsRecordedAndReadOnlyRegistersKeepTheirValue) {
                 ElementsAre(HasSubstr("read-only register 0x0A01 (OTP read status)"),
                             HasSubstr("0x0200, which the chip does not have"),
                             HasSubstr("module EEPROM: address 0x2001"), HasSubstr("2 bytes")));
-    std::vector<uint16_t> logged;
-    for (const auto& write : ids->writes()) logged.push_back(write.addr);
-    EXPECT_THAT(logged, ElementsAre(SensorIdRegisters::kOtpPage, 0x0200))
-        << "the ignored write is not logged";
 }
 
 }  // namespace
