@@ -52,8 +52,8 @@ protected:
     // The driver's position may differ from a motor's by up to steps; -1: any.
     void expect_position_error(int steps = -1) { position_error_ = steps; }
 
-    // The I2C device at bus/addr does not acknowledge its address for the next count
-    // messages to it (-1: from now on), through its fault hook: an absent or dead chip.
+    // The I2C device at bus/addr (an absent or dead chip) does not acknowledge its address for
+    // the next count messages to it (-1: from now on).
     void unplug_i2c(int bus, int addr, int count = -1) {
         board().inject({.op = twin::FaultRule::Op::transfer,
                         .target = twin::i2c_device_name(bus, addr),
@@ -86,7 +86,6 @@ protected:
     // The motor driver brought up as Initmotor does it, quietly; the chip's register writes
     // and the recorder cleared after.
     void bring_up_driver(uint8_t motor_id = 1);
-    // The faces tests read most.
     int motor_at(twin::Motor motor);
     void place_motor(twin::Motor motor, int position);  // the motor only, not the driver
     uint16_t chip_reg(int addr);

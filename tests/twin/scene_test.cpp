@@ -178,8 +178,6 @@ duration_s: 20
     const std::pair<const char*, const char*> cases[] = {
         {"subject: {distance_m: 12, colour: red}\n", "1:27: unknown key 'colour' in subject"},
         {"windows:\n  - {index: [11, 48]}\n", "2:18: window index 48 is outside 0 .. 47"},
-        {"events:\n  - {at: 4, light: day}\n  - {at: 2, light: night}\n",
-         "3:10: events out of order: at 2 comes after at 4"},
         {"events:\n  - {at: 1, laser: {no_echo: 0.5}}\n",
          "2:20: a laser that is off needs distance_m"},
     };
