@@ -36,7 +36,9 @@ TEST_F(TrackingTable, LoadsThe449SetAndFindsZoomAndFocusPositions) {
         float multiple, distance;
         int32_t result;
     } cases[] = {
-        {0, 3.5f, 0, 1416 * 16},           {0, 4.4f, 0, -32 * 16}, {0, 11.0f, 0, -5392 * 16},
+        {0, 3.5f, 0, 1416 * 16},
+        {0, 4.4f, 0, -32 * 16},
+        {0, 11.0f, 0, -5392 * 16},
         {0, 3.5f, 500.0f, 1416 * 16},       // no distance rule for zoom
         {1, 3.5f, 15.0f, 5746 * 16},        // the found cell twice: column 8, 2 x 2873
         {1, 3.5f, 10.0f, 2 * 2797 * 16},    // column 4 named "10"
@@ -44,6 +46,15 @@ TEST_F(TrackingTable, LoadsThe449SetAndFindsZoomAndFocusPositions) {
         {1, 7.4f, 12.0f, 2 * 138 * 16},     // "15" is the first farther
         {1, 11.0f, 25.0f, 2 * -2314 * 16},  // column 6, "30"
         {1, 3.5f, 60.0f, 2 * 2810 * 16},    // nearest name is "50"
+        // The key follows the text of the product: 35.090000 has a '9' in its fifth
+        // character, 35.079998 (3.508 in single precision) a '7'; 34.999998 counts as 35;
+        // three-digit keys look at the first decimal.
+        {0, 3.509f, 0, cell(36, 2) * 16},
+        {0, 3.507f, 0, cell(35, 2) * 16},
+        {0, 3.508f, 0, cell(35, 2) * 16},
+        {0, 3.4999998f, 0, cell(35, 2) * 16},
+        {0, 10.58f, 0, cell(106, 2) * 16},
+        {0, 10.57f, 0, cell(105, 2) * 16},
     };
     for (const auto& c : cases)
         EXPECT_EQ(lookup(c.kind, c.multiple, c.distance), c.result)
@@ -66,25 +77,11 @@ TEST_F(TrackingTable, DistancesAndMultiplesAreClampedToTheTable) {
     EXPECT_THAT(output_, HasSubstr("] error 1, rows1: 0, column1:9\n"));
 }
 
-TEST_F(TrackingTable, TheKeyFollowsTheTextOfTheProduct) {
-    const std::pair<float, int> keys[] = {
-        {3.509f, 36},      // 35.090000: the '9' in the fifth character raises the key
-        {3.507f, 35},      // 35.070000
-        {3.508f, 35},      // 35.079998 in single precision: the text reads '7'
-        {3.4999998f, 35},  // 34.999998 counts as the key just above
-        {10.58f, 106},     // three-digit keys look at the first decimal: 105.8
-        {10.57f, 105},
-    };
-    for (auto [multiple, key] : keys)
-        EXPECT_EQ(lookup(0, multiple, 0), cell(key, 2) * 16) << multiple;
-}
-
 TEST(MotorRanges, EndsFromBaseAndTravel) {
     // (zoom top, zoom bottom, focus top, focus bottom, a bad motor's)
     EXPECT_EQ(std::tuple(GeMotorRangeSteps(0, 1), GeMotorRangeSteps(0, 0), GeMotorRangeSteps(1, 1),
                          GeMotorRangeSteps(1, 0), GeMotorRangeSteps(2, 1)),
               std::tuple(1606, -5430, 3022, -2574, 0));
-    EXPECT_EQ((std::pair<int, int>(GetFocusRange(1), GetFocusRange(0))), std::pair(3022, -2574));
     // -0.30 mm is -29 steps, masked to 13 bits and times 8: -232 as a signed 16-bit value.
     EXPECT_EQ(GetPhysicalSteps(0, -30), -232);
     EXPECT_EQ(GetPhysicalSteps(1, 50), 392);
@@ -114,7 +111,6 @@ protected:
         place_motor(twin::Motor::zoom, 0);
         place_motor(twin::Motor::focus, 0);
     }
-    const MotorRunState& zoom = gRunData.motor[MOTOR_ZOOM];
     const MotorRunState& focus = gRunData.motor[MOTOR_FOCUS];
 };
 
@@ -180,23 +176,9 @@ TEST_F(Moves, AFocusMoveReportsItsTimeAndARunInProgressRefusesEveryMove) {
     gRunData.running = 0;
 }
 
-// The plans of the moves: zoom first and focus second, the backlash compensation on a turn
-// (zoom moves only; a focus move adds none), the given focus taken only above the default.
+// The plans of the moves: the given focus taken with a zoom only above the default, the
+// direction of relative focus moves, the periods of a focus move.
 TEST_F(Moves, ThePlansOfTheMoves) {
-    call([] { return SetMultipleSteps(0, 0, 3.5f); });
-    EXPECT_EQ(gRunData.motor_order, 1 | 2 << 2);
-    EXPECT_EQ(std::tuple(zoom.dst_steps, zoom.dir, zoom.total_steps, zoom.loops, zoom.last_psum),
-              std::tuple(1416, 0, 1416, 89, 8));  // 1416 / 16 rounded up
-    EXPECT_EQ(std::tuple(focus.dst_steps, focus.loops, focus.last_psum, gRunData.maxloops),
-              std::tuple(-2574, 322, 6, 322));  // 2574 / 8 rounded up
-    gRunData.motor[MOTOR_ZOOM].last_dir = 1;    // the zoom last went down, now it goes up
-    gRunData.motor[MOTOR_FOCUS].last_dir = 1;
-    gRunData.motor[MOTOR_FOCUS].compen_steps_forward = 5;
-    call([] { return SetMultipleSteps(0, 0, 3.5f); });
-    EXPECT_EQ(std::tuple(zoom.total_steps, zoom.loops, zoom.last_psum),
-              std::tuple(1416, 89, 10));  // 1418 - 16 x 88; the total is before compensation
-    EXPECT_EQ(std::tuple(focus.loops, focus.last_psum), std::tuple(323, 3));  // 2579 / 8
-
     const struct {
         int16_t current, given;
         uint8_t move_focus;

@@ -244,12 +244,6 @@ uint64_t TwinTest::slept_ns() {
     return with<twin::Clock>([](const twin::Clock& clock) { return clock.slept_ns(); });
 }
 
-size_t TwinTest::recorded(twin::FaultKind kind) {
-    size_t count = 0;
-    for (const twin::RecordedFault& fault : board_->faults()) count += fault.kind == kind;
-    return count;
-}
-
 void TwinTest::start_focus_service() {
     for (const char* name : {LENS_TABLE_FILE, IMX586_DCC_FILE})
         board().write_file(name, data_file(name));

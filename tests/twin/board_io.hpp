@@ -17,14 +17,10 @@
 
 namespace zoomaf::twin::test {
 
-// The errno a call left when it failed (-1 or null), 0 when it succeeded.
+// One check that a call failed (-1) with exactly this errno (errno cleared first).
 inline int error_of(long result) {
     return result == -1 ? errno : 0;
 }
-inline int error_of(const void* result) {
-    return result == nullptr ? errno : 0;
-}
-// One check that a call failed with exactly this errno (errno cleared first).
 #define EXPECT_ERRNO(call, error) \
     EXPECT_EQ((errno = 0, ::zoomaf::twin::test::error_of(call)), error) << #call
 
@@ -43,7 +39,6 @@ inline ssize_t write_path(Platform& p, const std::string& path, std::string_view
     return with_fd(p, path, O_WRONLY,
                    [&](int fd) { return p.write(fd, bytes.data(), bytes.size()); });
 }
-// Up to 64 bytes of the file; "<error>" when open or read failed (errno kept).
 inline std::string read_path(Platform& p, const std::string& path) {
     char buf[64];
     const long n = with_fd(p, path, O_RDONLY, [&](int fd) { return p.read(fd, buf, sizeof buf); });
@@ -56,19 +51,14 @@ inline std::string gpio_file(int line, const char* file) {
 // Exports a line the way the driver does: three bytes of a zero-terminated number.
 inline ssize_t export_line(Platform& p, int line) {
     std::string text = std::to_string(line);
-    text.resize(3);  // "26" gets its zero, "120" has none
+    text.resize(3);
     return write_path(p, "/sys/class/gpio/export", text);
-}
-inline void make_output(Platform& p, int line) {
-    export_line(p, line);
-    write_path(p, gpio_file(line, "direction"), "out");
 }
 inline ssize_t set_value(Platform& p, int line, int level) {
     return write_path(p, gpio_file(line, "value"), level == 1 ? "1" : "0");
 }
 
-// One SPI_IOC_MESSAGE(1) with a real spi_ioc_transfer: the ioctl's result and the bytes
-// received (0xEE where nothing came).
+// One SPI_IOC_MESSAGE(1): the ioctl's result and the bytes received (0xEE where none came).
 struct Transfer {
     int result;
     std::vector<uint8_t> rx;
@@ -82,7 +72,7 @@ inline Transfer transfer(Platform& p, int fd, std::vector<uint8_t> tx) {
     out.result = p.ioctl(fd, SPI_IOC_MESSAGE(1), &t);
     return out;
 }
-// A register frame inside chip select, as the motor driver sends it (CS must be an output).
+// A register frame inside chip select, as the motor driver sends it.
 inline Transfer chip_frame(Platform& p, int fd, uint8_t addr, uint16_t value) {
     set_value(p, Board::kChipSelectGpio, 1);
     Transfer t = transfer(p, fd, {addr, uint8_t(value & 0xFF), uint8_t(value >> 8)});
@@ -98,8 +88,10 @@ inline uint16_t chip_read(Platform& p, int fd, uint8_t addr) {
 // outputs, the SPI device open in LSB-first mode.
 struct Rig {
     explicit Rig(BoardConfig config = {}) : board(std::move(config)) {
-        make_output(board, Board::kChipSelectGpio);
-        make_output(board, Board::kVdGpio);
+        for (int line : {Board::kChipSelectGpio, Board::kVdGpio}) {
+            export_line(board, line);
+            write_path(board, gpio_file(line, "direction"), "out");
+        }
         spi = board.open("/dev/spidev1.0", O_RDWR);
         uint32_t mode = SPI_LSB_FIRST;
         board.ioctl(spi, SPI_IOC_WR_MODE32, &mode);
@@ -112,14 +104,10 @@ struct Rig {
     int spi = -1;
 };
 
-// The control faces the tests read most, and the kinds of the recorded faults in order.
 inline std::vector<FaultKind> fault_kinds(const Kernel& board) {
     std::vector<FaultKind> kinds;
     for (const auto& fault : board.faults()) kinds.push_back(fault.kind);
     return kinds;
-}
-inline std::vector<GpioEdge> edges(Kernel& board, int line) {
-    return board.with<GpioBank>([&](const GpioBank& g) { return g.edges(line); });
 }
 inline int position(Board& board, Motor motor) {
     return board.with<LensMotor>(motor, [](const LensMotor& m) { return m.position(); });
@@ -137,13 +125,11 @@ inline int i2c_rdwr_on(Platform& p, int bus, std::vector<i2c_msg>& messages) {
     return static_cast<int>(with_fd(p, "/dev/i2c-" + std::to_string(bus), O_RDWR,
                                     [&](int fd) { return p.ioctl(fd, I2C_RDWR, &data); }));
 }
-// A read at a 16-bit register address as the service sends it: a 2-byte address write (high
-// byte first) and an n-byte read in one transfer. The data starts as 0xEE so that bytes the
-// transfer did not fill show.
+// A read at a 16-bit register address as the service sends it: the address (high byte
+// first) and an n-byte read in one transfer; the data starts as 0xEE.
 struct I2cRead {
     int result;
     std::vector<uint8_t> data;
-    int error = 0;  // errno of a failed transfer
 };
 inline I2cRead read_reg16(Platform& p, int bus, uint16_t device, uint16_t addr, size_t n = 1) {
     I2cRead out{-1, std::vector<uint8_t>(n, 0xEE)};
@@ -151,10 +137,8 @@ inline I2cRead read_reg16(Platform& p, int bus, uint16_t device, uint16_t addr, 
     std::vector<i2c_msg> messages{{device, 0, 2, address},
                                   {device, I2C_M_RD, uint16_t(n), out.data.data()}};
     out.result = i2c_rdwr_on(p, bus, messages);
-    out.error = error_of(out.result);
     return out;
 }
-// A write at a 16-bit register address: one message of the address and the values.
 inline int write_reg16(Platform& p, int bus, uint16_t device, uint16_t addr,
                        std::vector<uint8_t> values) {
     values.insert(values.begin(), {uint8_t(addr >> 8), uint8_t(addr & 0xFF)});

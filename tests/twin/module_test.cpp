@@ -1,12 +1,6 @@
-// The camera module on the kernel: the SPI controller and the driver chip's frames, the lens
-// motors behind it (VD edges, end stops, pulse timing) and their photo-interrupters. The
-// direction sense and the channels of each module type are pinned by the driver's run and
-// homing tests on both module types from seeded starts, the starts' determinism by the
-// scenario runner's same-seed-same-bytes test. The module memory, the IMX586, the voice coil
-// and the laser are met through the service's own accesses in the sensor, motor and scene
-// tests, the board under several threads in the scene and service tests.
-#include <array>
-
+// The camera module on the kernel where a wrong twin would let the driver's tests pass: the
+// SPI frames the driver never sends, bit order, the motors' VD edges, end stops and pulse
+// timing, and the photo-interrupter lines of both module types.
 #include "board_io.hpp"
 #include "gmock/gmock.h"
 
@@ -26,42 +20,25 @@ struct MotorRig : test::Rig {
         chip_frame(board, spi, psum_reg, static_cast<uint16_t>(0x1C00 | (dir ? 0x100 : 0) | psum));
         chip_frame(board, spi, static_cast<uint8_t>(psum_reg + 1), intct);
     }
+    size_t timing_faults() { return test::fault_kinds(board).size(); }
     template <class F>
     auto motor(Motor m, F f) {
         return board.with<LensMotor>(m, f);
     }
-    size_t timing_faults() { return test::fault_kinds(board).size(); }
-    uint64_t vd_pulses() {
-        return board.with<DriverChip>([](auto& c) { return c.vd_pulses(); });
-    }
 };
 
-class Spidev : public ::testing::Test, protected test::Rig {
-protected:
-    void set_reg(int addr, uint16_t value) {
-        board.with<DriverChip>([&](DriverChip& c) { c.set_reg(addr, value); });
-    }
-};
+class Spidev : public ::testing::Test, protected test::Rig {};
 
-// The driver's frames are met in its own tests; here what the driver never sends.
-TEST_F(Spidev, FramesWithoutChipSelectOrOfTwoBytesAreIgnoredAndRecordedAndAMessageIsFrames) {
+TEST_F(Spidev, FramesWithoutChipSelectOrOfTwoBytesAreIgnoredAndRecorded) {
     EXPECT_EQ(test::transfer(board, spi, {0x24, 0xFF, 0xFF}).result, 3) << "still clocked out";
     test::set_value(board, Board::kChipSelectGpio, 1);
     EXPECT_EQ(test::transfer(board, spi, {0x24, 0x10}).result, 2);
     EXPECT_EQ(test::chip_reg(board, 0x24), 0);
     EXPECT_THAT(test::fault_kinds(board),
                 ElementsAre(FaultKind::chip_not_selected, FaultKind::frame_length));
-    std::array<uint8_t, 3> first{0x29, 0x10, 0x1D}, second{0x2A, 0x90, 0x01};
-    spi_ioc_transfer t[2]{};
-    t[0].tx_buf = reinterpret_cast<uintptr_t>(first.data());
-    t[1].tx_buf = reinterpret_cast<uintptr_t>(second.data());
-    t[0].len = t[1].len = 3;
-    EXPECT_EQ(board.ioctl(spi, SPI_IOC_MESSAGE(2), t), 6);
-    EXPECT_EQ(std::pair(test::chip_reg(board, 0x29), test::chip_reg(board, 0x2A)),
-              std::pair(uint16_t{0x1D10}, uint16_t{0x0190}));
 }
 
-TEST_F(Spidev, WithoutLsbFirstTheChipSeesBitReversedBytesAndItsReadBackCanBeCorrupted) {
+TEST_F(Spidev, WithoutLsbFirstTheChipSeesBitReversedBytes) {
     uint32_t msb_first = SPI_MODE_0, lsb_first = SPI_LSB_FIRST;
     ASSERT_EQ(board.ioctl(spi, SPI_IOC_WR_MODE32, &msb_first), 0);
     // 0x25 reversed is 0xA4: the chip takes a write to register 0x24 (bit 7 is not an
@@ -70,18 +47,14 @@ TEST_F(Spidev, WithoutLsbFirstTheChipSeesBitReversedBytesAndItsReadBackCanBeCorr
     EXPECT_EQ(test::chip_reg(board, 0x25), 0);
     EXPECT_EQ(test::chip_reg(board, 0x24), (reverse_bits(0x01) << 8) | reverse_bits(0x02));
     // A read of 0x0B (0x4B) reaches register 0x12 (0xD2 & 0x3F) and comes back reversed.
-    set_reg(0x0B, 0x0480);
-    set_reg(0x12, 0x1234);
+    board.with<DriverChip>([](DriverChip& c) {
+        c.set_reg(0x0B, 0x0480);
+        c.set_reg(0x12, 0x1234);
+    });
     EXPECT_THAT(chip_frame(board, spi, 0x4B, 0).rx,
                 ElementsAre(0, reverse_bits(0x34), reverse_bits(0x12)));
     ASSERT_EQ(board.ioctl(spi, SPI_IOC_WR_MODE32, &lsb_first), 0);
     EXPECT_EQ(test::chip_read(board, spi, 0x0B), 0x0480) << "right again in LSB-first mode";
-    // The chip's fault hook corrupts the read-back of one register, once.
-    board.inject({.op = FaultRule::Op::readback, .reg = 0x12});
-    EXPECT_EQ(test::chip_read(board, spi, 0x0B), 0x0480) << "another register reads true";
-    EXPECT_EQ(test::chip_read(board, spi, 0x12), 0x1235);
-    EXPECT_EQ(test::chip_reg(board, 0x12), 0x1234) << "the register itself is untouched";
-    EXPECT_EQ(test::chip_read(board, spi, 0x12), 0x1234);
 }
 
 TEST(MotorDrive, OnlyRisingEdgesMoveAndEndStopsHoldTheMotors) {
@@ -90,7 +63,7 @@ TEST(MotorDrive, OnlyRisingEdgesMoveAndEndStopsHoldTheMotors) {
     rig.program(kPsumCD, 16, true);  // zoom down
     for (int level : {1, 1, 0})      // one rising edge: staying high or falling moves nothing
         test::set_value(rig.board, Board::kVdGpio, level);
-    EXPECT_EQ(rig.vd_pulses(), 1u);
+    EXPECT_EQ(rig.board.with<DriverChip>([](auto& c) { return c.vd_pulses(); }), 1u);
     EXPECT_EQ(position(rig.board, Motor::focus), 3016);
     EXPECT_EQ(position(rig.board, Motor::zoom), -5416);
     rig.board.advance_ns(10'000'000);
@@ -104,8 +77,6 @@ TEST(MotorDrive, OnlyRisingEdgesMoveAndEndStopsHoldTheMotors) {
     rig.program(kPsumCD, 0, false, 0);
     rig.vd();
     EXPECT_EQ(position(rig.board, Motor::zoom), -5430) << "psum 0 does not move";
-    EXPECT_THROW(rig.motor(Motor::focus, [](auto& m) { m.set_position(3023); }), std::out_of_range);
-    EXPECT_THROW(Board(BoardConfig{.zoom_start = 1607}), std::out_of_range);
 }
 
 TEST(MotorTiming, APulseOrAChannelWriteBeforeThePulsesFinishIsATimingFault) {
@@ -136,7 +107,7 @@ TEST(MotorTiming, APulseOrAChannelWriteBeforeThePulsesFinishIsATimingFault) {
 
 class PhotoInterrupterLine : public ::testing::TestWithParam<DriverType> {};
 
-TEST_P(PhotoInterrupterLine, ReadsOneOnThePositiveSideOnceActiveLowIsSetAndMayStick) {
+TEST_P(PhotoInterrupterLine, ReadsOneOnThePositiveSideOnceActiveLowIsSet) {
     // The driver sets active_low 1 on MS41908 modules, whose raw line is inverted.
     const bool active_low = GetParam() == DriverType::ms41908;
     MotorRig rig(BoardConfig{.driver = GetParam(), .zoom_start = 5, .focus_start = -10});
@@ -151,22 +122,12 @@ TEST_P(PhotoInterrupterLine, ReadsOneOnThePositiveSideOnceActiveLowIsSetAndMaySt
         test::write_path(rig.board, test::gpio_file(line, "active_low"), active_low ? "1" : "0");
     }
     EXPECT_EQ(levels(), "1\n0\n");
-    auto stick = [&](std::optional<int> level) {
-        rig.board.with<PhotoInterrupter>(Motor::zoom, [&](auto& pi) { pi.set_stuck(level); });
-    };
-    stick(active_low ? 1 : 0);  // the negative side's raw level
-    EXPECT_EQ(levels(), "0\n0\n") << "a stuck line ignores the motor";
-    stick(std::nullopt);
-    EXPECT_EQ(levels(), "1\n0\n");
     // Crossing the edge by VD pulses is an edge on the line, at the pulse.
     rig.program(active_low ? kPsumCD : kPsumAB, 8, true);  // focus up by 8 per period
     rig.vd();
-    EXPECT_TRUE(test::edges(rig.board, Board::kFocusPiGpio).empty()) << "-2 is still negative";
+    EXPECT_EQ(levels(), "1\n0\n") << "-2 is still negative";
     rig.board.advance_ns(10'000'000);
     rig.vd();
-    const auto edges = test::edges(rig.board, Board::kFocusPiGpio);
-    ASSERT_EQ(edges.size(), 1u);
-    EXPECT_TRUE(edges[0].level == (active_low ? 0 : 1) && edges[0].time_ns == rig.board.now_ns());
     EXPECT_EQ(levels(), "1\n1\n");
 }
 
