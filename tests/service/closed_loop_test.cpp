@@ -1,7 +1,6 @@
-// Focus closed-loop on the twin's scene: the service's own loop pass (run_af_pass) driven
-// pass by pass in virtual time, the application's zoom requests between passes, and every
-// result judged against the lens's truth (the in-focus step of the centre subject at the
-// zoom motor's physical position). Each run prints its figures ("[ figures ]" lines).
+// Focus closed-loop on the twin's scene: the service's own loop pass driven in virtual time, the
+// application's zooms between passes, every result judged against the lens's truth (the centre
+// subject's in-focus step). Each run prints its figures ("[ figures ]" lines).
 #include <gmock/gmock.h>
 
 #include <algorithm>
@@ -29,9 +28,8 @@ using ::testing::HasSubstr;
 
 class ClosedLoop : public TwinTest {
 protected:
-    // The scene in front of the lens, the service started as the bench starts it, the motors
-    // homed and at the scene's start multiple, the laser's first reading in, and the
-    // application's loop started.
+    // The scene in front of the lens, the service and motors started as the bench does, the
+    // laser's first reading in, and the application's loop started.
     void play(const std::string& text) {
         const twin::SceneFileResult parsed = twin::parse_scene(text);
         ASSERT_TRUE(parsed.scene) << parsed.error;
@@ -50,8 +48,8 @@ protected:
     bool pass() {
         return call([&] { return run_af_pass(state_); });
     }
-    // Passes until done() holds after one, at most max; the passes run. What they printed is
-    // in said_.
+    // Passes until done() holds after one, at most max; returns the passes run, their
+    // messages in said_.
     template <class Done>
     int passes_until(Done done, int max) {
         said_.clear();
@@ -76,10 +74,9 @@ protected:
     std::string said_;
 };
 
-// Day, centre mode, a textured subject at 12 m with the laser on it: from start-up with the
-// lens 60 steps off, then after zooms in centre mode and from free mode, the loop locks on
-// the truth. A lock takes three calls in a row with |PD| < 10 and CL > 1000, and at least 11
-// passes since the last zoom that left free mode (or since start-up).
+// Day, centre mode, a subject at 12 m with the laser on it: from start-up 60 steps off, then
+// after zooms in centre mode and from free mode, the loop locks on the truth. A lock takes three
+// calls in a row with |PD| < 10 and CL > 1000, and 11 passes since a zoom that left free mode.
 TEST_F(ClosedLoop, DayLocksOnTheTruthFromStartUpAndAfterEveryZoom) {
     play("subject: {distance_m: 12, texture: 0.8}\nlaser: {distance_m: 12}\n");
     quietly([&] {
@@ -117,7 +114,7 @@ TEST_F(ClosedLoop, DayLocksOnTheTruthFromStartUpAndAfterEveryZoom) {
             "[ figures  ] day x%.1f %-24s start %+6.1f: lock after %2d passes, error %+.1f\n",
             current_multiple, c.what, start_error, passes, error());
         if (c.multiple != 0.0f) {
-            // The first pass after the zoom: leaves free mode, sets the probing direction,
+            // The first pass after the zoom leaves free mode, sets the probing direction,
             // forgets the laser compensation and restarts the centre focus.
             EXPECT_EQ(current_focus_mode, PDAF_CENTER_MODE);
             EXPECT_EQ(defauult_probe_dir, c.probe_dir);
@@ -135,9 +132,8 @@ TEST_F(ClosedLoop, DayLocksOnTheTruthFromStartUpAndAfterEveryZoom) {
     }
 }
 
-// Free mode on a person at 30 m up and left of a 40 m background: after the centre lock the
-// application picks a point on the person; the loop notices the new point, reads the 2 x 2
-// group under it and locks on the person.
+// Free mode: after the centre lock on a 40 m background the application picks a point on a
+// person at 30 m; the loop reads the 2 x 2 group under it and locks on the person.
 TEST_F(ClosedLoop, FreePointLocksOnTheSubjectUnderIt) {
     play(
         "light: day\nsubject: {distance_m: 40, texture: 0.6}\nstart_multiple: 6\n"
@@ -160,9 +156,8 @@ TEST_F(ClosedLoop, FreePointLocksOnTheSubjectUnderIt) {
     EXPECT_EQ(current_focus_mode, PDAF_FREE_MODE);
 }
 
-// A blank wall gives no usable window: the loop counts two a pass (1, 3, 5), goes to the
-// laser's table step on the fourth, and keeps going there while no window comes; a laser at
-// 4 m then pauses it and the count starts over.
+// A blank wall gives no usable window: the loop counts two a pass (1, 3, 5), goes to the laser's
+// table step on the fourth and stays there; a laser at 4 m pauses it and the count starts over.
 TEST_F(ClosedLoop, BlankWallFollowsTheLaser) {
     play(
         "subject: {distance_m: 30, texture: 0}\nlaser: {distance_m: 30}\n"
@@ -192,16 +187,11 @@ TEST_F(ClosedLoop, BlankWallFollowsTheLaser) {
     EXPECT_THAT(output_, HasSubstr(counts[0]));
 }
 
-// Night, centre mode, a textured subject: after each zoom the loop searches from state 0
-// and parks in state 4; then a pass only takes the lock and sleeps. The errors are pinned,
-// rounded to whole steps (the noise is seeded):
-// - with the laser on the subject the exact search ends within 3 steps of the truth, but at
-//   x3 (the lens at x3.5, its widest: the peak is some 25 steps wide each side and the 4 %
-//   night noise outweighs the difference between neighbouring steps) the 5-point list picks
-//   by noise, 4 steps off at 300 m;
-// - without a laser the five coarse points decide: a middle best point hands on only its
-//   near neighbour and itself, and at x10 the narrow peak of an 8 m subject falls between
-//   the 6 m and 10 m points, both on the noise floor.
+// Night: after each zoom the loop searches from state 0 and parks in state 4, where a pass only
+// takes the lock and sleeps. The errors are pinned in whole steps (seeded noise): with the laser
+// within 3 steps, but at x3 (a peak some 25 steps wide each side) noise picks, 4 off at 300 m;
+// without a laser the five coarse points decide, and at x10 an 8 m subject's narrow peak falls
+// between the 6 m and 10 m points, both on the noise floor.
 struct NightCase {
     double distance_m;
     bool laser;
@@ -243,10 +233,9 @@ INSTANTIATE_TEST_SUITE_P(
                       NightCase{300, true, {4, -1, 2}}, NightCase{8, false, {0, -6, -352}},
                       NightCase{40, false, {-5, -4, 2}}, NightCase{300, false, {1, 0, 9}}));
 
-// Zooms x3.5 -> x5 -> x8 -> x11 -> x3.5 -> x8 on a 30 m subject by day, with the laser on it and
-// without a laser: the error right after each zoom and after the loop's lock. With the laser
-// every zoom lands on its column, the last (x3.5 -> x8) within 2 steps of the truth. The loop's
-// Run variant must see zoom_running_flag during every request.
+// Zooms x3.5 -> x5 -> x8 -> x11 -> x3.5 -> x8 on a 30 m subject by day, with and without the
+// laser: with it the zooms to x8 land within 2 steps of the truth; every zoom ends in a lock, and
+// the Run variant sees zoom_running_flag during every request.
 class ZoomTour : public ClosedLoop, public ::testing::WithParamInterface<bool> {};
 
 TEST_P(ZoomTour, FocusFollowsEveryZoomThenLocks) {

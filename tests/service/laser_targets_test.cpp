@@ -1,7 +1,6 @@
-// The lens table steps chosen without a focus reading: the column a zoom keeps from the
-// laser distance or the target multiple, the column the lens stands at, the fall-backs when
-// the laser fails, and the motor steps without PD or laser. Each table cell holds its own
-// row and column (row * 1000 + column), so a result names the cell it came from.
+// The lens table steps chosen without a focus reading: from the laser distance, the target
+// multiple or the lens's own column, and the fall-backs. Each table cell holds its own row and
+// column (row * 1000 + column), so a result names the cell it came from.
 #include <gmock/gmock.h>
 
 #include "tests/support/twin_test.hpp"
@@ -32,6 +31,33 @@ protected:
     }
 };
 
+// 4 m pauses without touching the no-echo count; no echo moves only on the third reading in a
+// row (to column 101); any valid reading starts the count again.
+TEST_F(LaserTargets, LaserStepColumnsNoEchoCountAndPause) {
+    calibration_offset_step = 3;
+    laser_1600m_cnt = 1;
+    const int32_t col0 = cell(3.0f, 0) + 3, col100 = col0 + 100, col101 = col0 + 101;
+    const struct {
+        uint16_t distance;
+        int32_t step, no_echo_count;
+    } readings[] = {{40, LASER_PAUSE_STEP, 1},
+                    {1000, col100, 0},
+                    {65535, 0, 1},
+                    {65535, 0, 2},
+                    {65535, col101, 3},
+                    {1001, col100, 0},
+                    {65535, 0, 1},
+                    {2001, col101, 0},
+                    {9, col0, 0}};
+    for (const auto& r : readings) {
+        low_ten_pd_motor = 77;
+        EXPECT_EQ(call([&] { return GetTargetPositionByLaser(r.distance, 3.0f); }), r.step)
+            << r.distance;
+        EXPECT_EQ(laser_1600m_cnt, r.no_echo_count) << r.distance;
+        EXPECT_EQ(low_ten_pd_motor, PDAF_EMPTY_POINT);
+    }
+}
+
 TEST_F(LaserTargets, AZoomKeepsTheColumnOfTheLaserDistanceOrOfTheTargetMultiple) {
     struct Case {
         uint16_t laser;
@@ -52,8 +78,8 @@ TEST_F(LaserTargets, AZoomKeepsTheColumnOfTheLaserDistanceOrOfTheTargetMultiple)
     }
     EXPECT_THAT(output_,
                 HasSubstr("tvk set multiple 3.000000 to 17.400000,and motor position 0 to "));
-    // A row running from -500 in steps of 10, calibrated by +3: the lens at step 0 stands
-    // after column 49 (-7) and before column 50 (+3), and the zoom keeps column 49.
+    // A row from -500 in steps of 10, calibrated by +3: the lens at step 0 stands after column
+    // 49 (-7) and before column 50 (+3), and the zoom keeps column 49.
     const int from_row = AppSetMultipleSectionRelation(3.0f);
     for (int c = 0; c < LENS_TABLE_COLUMNS; ++c) TxtToDat[from_row][c] = c * 10 - 500;
     calibration_offset_step = 3;
