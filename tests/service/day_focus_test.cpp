@@ -88,18 +88,16 @@ TEST(PdClDecoding, EdgesOfTheElevenBitField) {
         int64_t pd, cl;
     };
     const Case cases[] = {
-        {0xFF, 0xE0, 0x00, -1, 2047},  // raw 0
-        {0x00, 0x00, 0x04, 0, 0},      // raw 1
+        {0xFF, 0xE0, 0x00, -1, 2047},  // raw PD 0
         {0x00, 0x0F, 0xFC, 1022, 0},   // raw 1023
         {0x00, 0x10, 0x00, 1023, 0},   // raw 1024
         {0x00, 0x10, 0x04, -1022, 0},  // raw 1025
-        {0x12, 0x5F, 0xFC, 0, 146},    // raw 2047
         {0x80, 0x3F, 0xF4, -2, 1025},  // raw 2045
     };
     for (const Case& c : cases) {
         const sensor::PdCl decoded = sensor::decode_pd_cl(c.b0, c.b1, c.b2);
-        EXPECT_EQ(decoded.pd, c.pd) << int{c.b1} << " " << int{c.b2};
-        EXPECT_EQ(decoded.cl, c.cl) << int{c.b0} << " " << int{c.b1};
+        EXPECT_EQ(decoded.pd, c.pd);
+        EXPECT_EQ(decoded.cl, c.cl);
     }
 }
 
@@ -155,48 +153,28 @@ TEST(WindowChoice, ClosestToTheAveragePdWithTiesToTheSmallerMagnitude) {
 
 using Readout = DayFocusTest;
 
-TEST_F(Readout, SingleWindowAndGain) {
-    set_grid({{0, -7, 1234}, {1, 300, 2047}});
-    int64_t cl = 0, pd = 0;
-    EXPECT_EQ(get_pd_and_lc(&cl, &pd), 0);
-    EXPECT_EQ(cl, 1234);
-    EXPECT_EQ(pd, -7);
-    for (auto [code, gain] : {std::pair{0, 1}, {512, 2}, {768, 4}, {1023, 1024}}) {
-        with<twin::Imx586>([&](twin::Imx586& s) { s.set_gain_code(code); });
-        int64_t read = 0;
-        EXPECT_EQ(get_gain_value(&read), 0);
-        EXPECT_EQ(read, gain) << "code " << code;
-    }
-}
-
 TEST_F(Readout, CentrePassBeforeTheRingWithItsPdBound) {
     struct Case {
-        const char* name;
         int calibration;
         std::vector<WindowPdCl> windows;
         int32_t chosen;  // grid index, or PDAF_NO_WINDOW
         int64_t cl, pd;
     };
     const Case cases[] = {
+        // clang-format off
         // Centre windows above CL 1000 at any PD: average (30 + 10 - 5) / 3 = 11, closest 10.
         // 28 at CL 1000 does not count; the ring is not looked at.
-        // clang-format off
-        {"centre", 0,
-         {{19, 30, 2047}, {20, 10, 1500}, {27, -5, 1001}, {28, 11, 1000}, {10, 11, 2047}},
+        {0, {{19, 30, 2047}, {20, 10, 1500}, {27, -5, 1001}, {28, 11, 1000}, {10, 11, 2047}},
          20, 1500, 10},
-        {"centre window far off still counts", 0, {{36, -900, 1100}}, 36, 1100, -900},
-        // No centre window above 1000: the ring within |PD| <= 200; -200 and 150 tie at 175
-        // from the average -25, and 150 has the smaller magnitude.
-        {"ring", 0,
-         {{19, 0, 1000}, {10, 250, 2047}, {13, -200, 1200}, {29, 150, 1001}, {37, 201, 2047}},
+        // No centre window above 1000: the ring within |PD| <= 200 after the calibration of 10
+        // (191 + 10 is out); -200 and 140 + 10 tie at 175 from the average -25.
+        {10, {{19, 0, 1000}, {10, 250, 2047}, {13, -210, 1200}, {29, 140, 1001}, {37, 191, 2047}},
          29, 1001, 150},
-        // The calibration is added before the bound: 195 + 10 is out, 0 + 10 is in.
-        {"calibrated ring", 10, {{26, 195, 2047}, {34, 0, 1800}}, 34, 1800, 10},
-        {"nothing", 0, {{0, 0, 2047}, {47, 0, 2047}, {10, 300, 2047}}, PDAF_NO_WINDOW, 400, 0},
+        {0, {{0, 0, 2047}, {47, 0, 2047}, {10, 300, 2047}}, PDAF_NO_WINDOW, 400, 0},
         // clang-format on
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+        SCOPED_TRACE(c.chosen);
         pd_calibration_value = c.calibration;
         set_grid(c.windows);
         int64_t cl = -1, pd = -1;
@@ -210,62 +188,30 @@ TEST_F(Readout, CentrePassBeforeTheRingWithItsPdBound) {
     EXPECT_EQ(ignorecnt, 0) << "a whole number of rows was read";
 }
 
-// The windows a free readout grouped, as it lists them (numbers are index + 1).
-std::vector<int> listed_group(const std::string& out) {
-    std::vector<int> numbers;
-    for (size_t at = out.find("选出的窗口是"); numbers.size() < 4;) {
-        at = out.find("w[", at);
-        if (at == std::string::npos) break;
-        at += 2;
-        numbers.push_back(std::stoi(out.substr(at, 2)) - 1);
-    }
-    return numbers;
-}
-
+// A point at the grid's edge groups the neighbours inward; four PDs 4 apart around their
+// average give the second or third of the sorted group.
 TEST_F(Readout, FreeGroupStaysOnTheGrid) {
-    struct Case {
-        int x, y;
-        std::vector<int> group;
-        const char* edge;  // the edge message, or ""
-    };
-    const Case cases[] = {
-        {1000, 1000, {17, 18, 25, 26}, ""},  // right half: no; lower half: yes
-        {100, 100, {0, 1, 8, 9}, "坐标对应的窗口在左侧边缘!"},
-        {3839, 2159, {38, 39, 46, 47}, "坐标对应的窗口在右侧边缘!"},
-        {3999, 2999, {38, 39, 46, 47}, ""},  // beyond the 3840 x 2160 frame: the last cell
-        {-5, 1200, {16, 17, 24, 25}, "坐标对应的窗口在左侧边缘!"},
-    };
-    // Every window qualifies, with its own PD.
     with<twin::Imx586>([](twin::Imx586& s) {
         for (int i = 0; i < PDAF_GRID_WINDOWS; ++i) s.set_grid_pd_cl(i, 4 * i - 90, 2047);
     });
-    for (const Case& c : cases) {
-        SCOPED_TRACE(std::to_string(c.x) + "," + std::to_string(c.y));
+    const struct {
+        int x, y;
+        int32_t second, third;
+        const char* edge;
+    } cases[] = {{100, 100, 1, 8, "坐标对应的窗口在左侧边缘!"},
+                 {3839, 2159, 39, 46, "坐标对应的窗口在右侧边缘!"}};
+    for (const auto& c : cases) {
         free_focus_pointx = c.x;
         free_focus_pointy = c.y;
         int64_t cl = 0, pd = 0;
         call([&] { get_pd_and_lc_freewindows_test(&record_, &cl, &pd, nullptr); });
-        EXPECT_THAT(listed_group(output_), ElementsAreArray(c.group));
-        if (*c.edge != '\0') {
-            EXPECT_THAT(output_, HasSubstr(c.edge));
-        }
-        // Four PDs 4 apart around their average: the second or third of the sorted group.
-        EXPECT_THAT(std::vector<int>({c.group[1], c.group[2]}),
-                    ::testing::Contains(zy_current_select_win));
+        EXPECT_THAT(output_, HasSubstr(c.edge));
+        EXPECT_THAT(zy_current_select_win, ::testing::AnyOf(c.second, c.third));
         EXPECT_EQ(pd, 4 * zy_current_select_win - 90);
-        EXPECT_EQ(current_select_pdaf_window, -1);
     }
-    // No window of the group qualifies: "no window", as the centre readout stores it.
-    set_grid({{17, 0, 1000}, {18, 250, 2047}, {0, 0, 2047}});
-    free_focus_pointx = free_focus_pointy = 1000;
-    int64_t cl = 0, pd = 0;
-    quietly([&] { get_pd_and_lc_freewindows_test(&record_, &cl, &pd, nullptr); });
-    EXPECT_EQ(zy_current_select_win, PDAF_NO_WINDOW);
-    EXPECT_EQ(cl, 400);
-    EXPECT_EQ(current_select_pdaf_window, 0);
 }
 
-TEST_F(Readout, EightWindowLayoutChoosesFromThreeConfidentWindows) {
+TEST_F(Readout, EightWindowLayoutChoosesFromThreeConfidentWindowsAndTheGain) {
     quietly([] {
         write_imx586_group_hold(1);
         set_pdaf_windows_center_area(0);
@@ -303,6 +249,10 @@ TEST_F(Readout, EightWindowLayoutChoosesFromThreeConfidentWindows) {
         // PD 30 at CL 0 still converts: the offset rounds up, opposite to the grid's sign.
         EXPECT_GT(offsets[3], 0);
     }
+    with<twin::Imx586>([](twin::Imx586& s) { s.set_gain_code(1023); });
+    int64_t gain = 0;
+    EXPECT_EQ(get_gain_value(&gain), 0);
+    EXPECT_EQ(gain, 1024);
 }
 
 // Lengths of the runs of moves in one direction, from the positions after each call.
@@ -442,9 +392,8 @@ TEST_F(Operations, MovesStayInTheRangeAndNeverMoveForNothing) {
     EXPECT_EQ(vd_pulses(), pulses);
 }
 
+// The loop's start-up puts the sensor on the grid, whose window 0 it reads: PD -200 goes far.
 TEST_F(Operations, BenchLoopFocusesUntilAskedToStop) {
-    // The record describes the window a layout call left in focus_area; the loop's start-up
-    // puts the sensor on the grid, whose window 0 it then reads: ~23 steps to go toward far.
     quietly([] { set_pdaf_windows_free_area(1500, 1000, 666, 500); });
     set_grid({{0, -200, 2047}});
     int32_t loop_result = -1;
@@ -460,7 +409,6 @@ TEST_F(Operations, BenchLoopFocusesUntilAskedToStop) {
     EXPECT_EQ(loop_result, 0);
     EXPECT_EQ(onoff, 0);
     EXPECT_GT(motor_at(twin::Motor::focus), 0);
-    // Searched, not matched: the log of a loop that ran long is too big to print.
     EXPECT_NE(output_.find("calibration:0,cl:2047,pd:-200,motor_position:"), std::string::npos);
     EXPECT_TRUE(output_.ends_with("[UnAutoFocusByPDAF] [6459] close auto pdaf\n"));
     onoff = 1;  // a stop already asked for
@@ -546,7 +494,6 @@ TEST_F(CentreFocus, LocksOnTheThirdCallInARowOnceElevenPassesRan) {
         int lock_call;          // 0: never within 12 calls
     };
     for (const Case& c : {Case{1001, 8, 3}, Case{1001, 0, 11}, Case{1000, 20, 0}}) {
-        SCOPED_TRACE(c.passes_before);
         quietly([] { APPSetCenterFocusOprByAssitInfo(1, nullptr); });
         is_free_focus_opr_over = 0;
         pdafcnt_over_multiple_change = c.passes_before;
@@ -558,8 +505,6 @@ TEST_F(CentreFocus, LocksOnTheThirdCallInARowOnceElevenPassesRan) {
         }
         EXPECT_EQ(locked_on, c.lock_call);
         if (locked_on != 0) {
-            EXPECT_EQ(zy_focus_lock_step, focus_position());
-            EXPECT_EQ(true_cnt, 0);
             EXPECT_THAT(output_,
                         HasSubstr("cl>1000,pd小于10,且连续次数为3,锁焦处理,并清空信息!\r\n"));
         }
