@@ -83,20 +83,19 @@ TEST_F(ClosedLoop, DayLocksOnTheTruthFromStartUpAndAfterEveryZoom) {
         SetFocusLens(static_cast<int16_t>(std::lround(player_->centre_in_focus_step() + 60)), 0);
         motor_position = GetCurSteps(MOTOR_FOCUS);
     });
-    struct Case {
+    const struct {
         const char* what;
         float multiple;  // 0: no zoom
         bool from_free;  // the zoom is asked for in free mode
         int probe_dir;
         int passes;  // to the lock; the rules allow no fewer than 11 / 11 / 3 / 3
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"start-up, 60 steps off", 0.0f, false, 0, 11},
         {"x8 from free mode", 8.0f, true, 1, 11},
         {"x11", 11.0f, false, 1, 7},
         {"x3.5", 3.5f, false, -1, 3},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         if (c.multiple != 0.0f) {
             ASSERT_TRUE(locked());

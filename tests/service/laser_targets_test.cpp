@@ -59,18 +59,17 @@ TEST_F(LaserTargets, LaserStepColumnsNoEchoCountAndPause) {
 }
 
 TEST_F(LaserTargets, AZoomKeepsTheColumnOfTheLaserDistanceOrOfTheTargetMultiple) {
-    struct Case {
+    const struct {
         uint16_t laser;
         float to;
         int column;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {10, 5.0f, 7}, {24, 5.0f, 7},  {25, 5.0f, 8},   {29, 5.0f, 8},   {30, 5.0f, 9},
         {44, 5.0f, 9}, {45, 5.0f, 10}, {399, 5.0f, 10}, {400, 5.0f, 11}, {9, 1.9f, 1},
         {9, 2.0f, 2},  {0, 3.9f, 2},   {0, 4.0f, 3},    {0, 7.9f, 3},    {0, 8.0f, 4},
         {0, 9.9f, 4},  {0, 10.0f, 5},  {0, 15.9f, 5},   {0, 16.0f, 6},   {0, 17.4f, 6},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         global_laser_distance = c.laser;
         EXPECT_EQ(call([&] { return GetCurrentAdjacentPosition(3.0f, c.to); }),
                   cell(c.to, c.column))

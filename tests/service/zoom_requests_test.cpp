@@ -65,16 +65,15 @@ TEST_F(Zoom, BenchStartUpKeepsX1AndTheStartStep) {
 // The last lock (at x8) against the lens table's step for the laser distance: within 19
 // steps the laser's column is kept at x11, farther off the column where the lock lies.
 TEST_F(Zoom, TwentyStepCheckOfTheLastLock) {
-    struct Case {
+    // Row x8 of the shipped table: column 24 -380, 25 -384, 30 -401, 38 -420, 39 -422.
+    const struct {
         uint16_t laser;
         int32_t lock;
         bool checked;
         int out_20_step;
         int column;         // of the focus target at x11
         const char* print;  // expected in the messages
-    };
-    // Row x8 of the shipped table: column 24 -380, 25 -384, 30 -401, 38 -420, 39 -422.
-    const Case cases[] = {
+    } cases[] = {
         {300, -382, true, 0, 30,
          "雷达列数:30,雷达步数:-401\r\n表格索引:70\r\n与雷达相差在20步内!\r\n"},
         {300, -420, true, 0, 30, "与雷达相差在20步内!"},
@@ -92,7 +91,7 @@ TEST_F(Zoom, TwentyStepCheckOfTheLastLock) {
         {40, -401, false, 1, 10, ""},
         {0, -401, false, 1, 10, ""},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << "laser " << c.laser << " lock " << c.lock);
         start_motors(8.0f);
         if (c.laser != 0) laser_on(c.laser);
@@ -113,11 +112,10 @@ TEST_F(Zoom, TwentyStepCheckOfTheLastLock) {
 TEST_F(Zoom, TheSameMultipleIsRefusedWithoutAMove) {
     start_motors(5.0f);
     const std::string same = "SetMultiple have sampe multiple now,return!--->5.000100";
-    struct Case {
+    const struct {
         int32_t (*request)();
         std::string message;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {[] { return AppSetMultiple(5.0f); }, same},  // 5.0 + 0.0001 is what is stored
         {[] { return AppSetMultipleWithFocus(0, current_multiple); }, same},
         {[] { return AppSetMultipleByPdTrend(current_multiple); }, same},
@@ -126,7 +124,7 @@ TEST_F(Zoom, TheSameMultipleIsRefusedWithoutAMove) {
          "Error:AppSetMultipleWithPDAF current multiplle is equal to target multiple!\r\n"},
     };
     const uint64_t pulses = vd_pulses();
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         EXPECT_EQ(call(c.request), -1);
         EXPECT_THAT(output_, HasSubstr(c.message));
     }
@@ -137,12 +135,11 @@ TEST_F(Zoom, TheSameMultipleIsRefusedWithoutAMove) {
 // While the driver runs every request tries 21 times, 100 ms apart, then gives up.
 TEST_F(Zoom, RetriesWhileTheDriverRunsThenGivesUp) {
     start_motors(3.5f);
-    struct Case {
+    const struct {
         int32_t (*request)();
         int notes;            // "Init motor SetMultiple running:1" lines
         uint64_t elapsed_ms;  // 20 pauses, and the focus passes before a x0.5 step
-    };
-    const Case cases[] = {
+    } cases[] = {
         {[] { return AppSetMultiple(8.0f); }, 21, 2000},
         {[] { return AppSetMultipleWithFocus(-401, 8.0f); }, 0, 2000},
         {[] { return AppSetMultipleWithoutLock(8.0f); }, 21, 2000},
@@ -150,7 +147,7 @@ TEST_F(Zoom, RetriesWhileTheDriverRunsThenGivesUp) {
         {[] { return AppSetMultipleWithPDAF(8.0f); }, 21, 2100},
     };
     gRunData.running = 1;
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.elapsed_ms);
         const uint64_t start = board().now_ns();
         EXPECT_EQ(call(c.request), -1);
@@ -176,21 +173,20 @@ TEST_F(Zoom, RetriesWhileTheDriverRunsThenGivesUp) {
 }
 
 TEST_F(Zoom, PdafZoomStepsOnTheHalfGridWithFocusPassesBetween) {
-    struct Case {
+    const struct {
         float from, to;
         int mode;
         std::vector<double> steps;  // the intermediate multiples
         const char* pass;           // the focus pass message
         int passes;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {3.5f, 5.0f, PDAF_CENTER_MODE, {4.0, 4.5}, "AAA cl: 0, pd: ", 4},
         {3.5f, 4.2f, PDAF_FREE_MODE, {4.0}, "AAA cl: 0, pd: ", 2},
         {3.6f, 3.9f, PDAF_CENTER_MODE, {}, "AAA", 0},
         {11.0f, 8.0f, PDAF_CENTER_MODE, {10.5, 10.0, 9.5, 9.0, 8.5}, "BBB cl: 0, pd: ", 15},
         {8.0f, 5.2f, MANUAL_FOCUS_MODE, {7.5, 7.0, 6.5, 6.0, 5.5}, "BBB", 0},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << c.from << " -> " << c.to);
         start_motors(c.from);
         current_focus_mode = c.mode;
@@ -226,15 +222,14 @@ TEST_F(Zoom, FocusTargetRulesAndBounds) {
 }
 
 TEST_F(Zoom, IsValueSequencesKeepTheirPacing) {
-    struct Case {
+    const struct {
         int32_t (*sequence)(float);
         float multiple;
         int32_t old_value;
         std::vector<double> values;
         uint64_t pause_ms;
         int32_t old_after;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {ISRestoreService, 6.0f, 0, {590, 580, 570, 560, 550, 540, 530, 520}, 120, 520},
         {ISRestoreService, 12.5f, 0, {520}, 120, 520},
         {ISRestoreService, 4.0f, 7, {}, 120, 7},
@@ -242,7 +237,7 @@ TEST_F(Zoom, IsValueSequencesKeepTheirPacing) {
         {ZoomRunningISRestore, 13.0f, 590, {610}, 80, 590},
         {ZoomRunningISRestore, 12.0f, 520, {}, 80, 520},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.multiple);
         OldISValue = c.old_value;
         const uint64_t start = board().now_ns();
