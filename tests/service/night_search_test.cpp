@@ -118,34 +118,6 @@ TEST_F(NightSearch, TheLaserIntervalIsWidenedByZoomAndDistanceAndLaidOut) {
     }
 }
 
-// Toward near the walk starts below the recorded position; toward far above the first point
-// below the driver's.
-TEST_F(NightSearch, TheCoarseWalkStartsNextToTheMotorByTwoRules) {
-    const struct {
-        int32_t dir, driver, recorded, start;
-        const char* said;
-    } cases[] = {
-        // clang-format off
-        {1, 1800, 1800, 2, "当前focus：1800最接近搜索点位为:1750，从该点位往方向：1搜索\r\n"},
-        {1, 2000, 2000, 0, "\r\n\r\n\r\ntvk 0726 warnning:在第0个就判断出在右边\r\n\r\n\r\n当前focus：2000"},
-        {1, 900, 900, 0, "区间内没有大于当前点位的focus点位，所以修正为右边界开始！\r\n"},
-        {-1, 1800, 1000, 1, "当前focus：1800最接近搜索点位为:1900，从该点位往方向：-1搜索\r\n"},
-        // clang-format on
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(testing::Message() << "dir " << c.dir << " at " << c.driver);
-        move_focus(c.driver);
-        motor_position = c.recorded;
-        defauult_probe_dir = c.dir;
-        call(get_rough_search_range_by_laser);
-        EXPECT_THAT(output_, HasSubstr("粗搜索五个点位1940 1900 1750 1400 950 \r\n"));
-        EXPECT_THAT(output_, HasSubstr(c.said));
-        EXPECT_EQ(night_focus_man.coarse_index, c.start);
-        EXPECT_EQ(night_focus_man.coarse_dir, c.dir);
-        EXPECT_EQ(focus_position(), kCoarseSteps[c.start]);
-    }
-}
-
 TEST_F(NightSearch, TheStopTestThresholdGrowsWithTheZoom) {
     const struct {
         float multiple;
@@ -168,7 +140,8 @@ TEST_F(NightSearch, TheStopTestThresholdGrowsWithTheZoom) {
     EXPECT_EQ(output_, "低于2倍全程搜索，不做fv间隔帧阈值判定！\r\n");
 }
 
-// Whole coarse walks: the point the motor stood at each frame and the interval handed on. A
+// Whole coarse walks (below x2.1 over the whole range): the point the motor stood at each frame
+// and the interval handed on. The walk starts next to the lens, toward the probing direction. A
 // near-side stop measures one more point, then evaluates (-9999 ranks first unsigned).
 TEST_F(NightSearch, TheCoarseWalkTurnsStopsAndNarrows) {
     const struct {
@@ -181,12 +154,12 @@ TEST_F(NightSearch, TheCoarseWalkTurnsStopsAndNarrows) {
         const char* said;
     } cases[] = {
         // clang-format off
-        {"best at 0, whole range below x2.1", 1.5f, 1, 1800, {900, 500, 300, 200, 100},
-         {2, 1, 0, 3, 4}, 1940, 1900,
+        {"best at 0; nothing above the lens: from 0", 1.5f, 1, 2000, {900, 500, 300, 200, 100},
+         {0, 1, 2, 3, 4}, 1940, 1900,
          "最清晰点位是近焦点位（6米）,更新区间6米-8米\r\n由于最高点两边区间步数大于10，更新区间为:"
          "1940-1900 进入下一个大步精搜索,搜索点位:\r\n1932 1924 1916 1908 \r\n"},
-        {"best at 2 of 0..4", 1.5f, 1, 1800, {100, 300, 900, 500, 200},
-         {2, 1, 0, 3, 4}, 1900, 1750, "完成本次大步精搜索，最清晰点位：1750\r\n"},
+        {"best at 2 of 0..4; nothing below the lens: from 0", 1.5f, 1, 900, {100, 300, 900, 500, 200},
+         {0, 1, 2, 3, 4}, 1900, 1750, "完成本次大步精搜索，最清晰点位：1750\r\n"},
         // The turn at the far end finds nothing left toward near: one more frame there.
         {"best at the far end", 1.5f, -1, 2000, {100, 200, 300, 500, 900},
          {0, 1, 2, 3, 4, 4}, 1400, 950, "最清晰点位是600米点位（6米）,更新区间60米-600米\r\n"},
