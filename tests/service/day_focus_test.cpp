@@ -1,6 +1,5 @@
-// The day phase-detection focus on the twin, reading by reading: the readouts and the window
-// each chooses, the centre, free and manual operations, and the assisted centre focus's
-// convergence, return to m0 and lock. Whole locks on a scene are in closed_loop_test.cpp.
+// The day focus on the twin reading by reading: the readouts, the centre, free and manual
+// operations, the assisted centre focus, the laser targets. Locks on a scene: closed_loop_test.
 #include <gmock/gmock.h>
 
 #include <chrono>
@@ -26,8 +25,7 @@ struct WindowPdCl {
     int index, pd, cl;
 };
 
-// The focus motor driver up with the lens at step 0, the zoom row's focus range set, and the
-// sensor set up by InitPDSetting; PD and CL set per window through the IMX586's control face.
+// The focus driver up with the lens at step 0, x3.0's focus range set, the sensor set up.
 class DayFocusTest : public TwinTest {
 protected:
     static constexpr int kRow = 20;  // AppSetMultipleSectionRelation(3.0)
@@ -62,7 +60,6 @@ protected:
         });
     }
 
-    // A record for grid window w with this PD and CL, as the grid readout leaves it.
     static PdLibInputData window_record(int w, int64_t pd, int64_t cl) {
         PdLibInputData record{};
         InitPdLibInputData_48windows(&record, w % 8, w / 8);
@@ -410,7 +407,6 @@ protected:
         quietly([] { APPSetCenterFocusOprByAssitInfo(1, nullptr); });
     }
 
-    // One focus step on the window the readout chose; returns its result.
     int32_t step(int window, int64_t pd, int64_t cl) {
         zy_current_select_win = window;
         record_ = window_record(window == PDAF_NO_WINDOW ? 20 : window, pd, cl);

@@ -20,7 +20,6 @@ using ::testing::HasSubstr;
 
 constexpr int kRow = 40;
 
-// The motor driver up with both motors physically at step 0, where the driver starts counting.
 class NightSearch : public TwinTest {
 protected:
     twin::BoardConfig board_config() override { return {.zoom_start = 0, .focus_start = 0}; }
@@ -44,7 +43,6 @@ protected:
         night_focus_man.interval_near = night_focus_man.interval_far = NIGHT_FV_NOT_MEASURED;
     }
 
-    // The service's own move: the focus motor to step, read back into motor_position.
     static void move_focus(int32_t step) {
         quietly([&] {
             SetFocusLens(static_cast<int16_t>(step), 0);
@@ -58,7 +56,7 @@ protected:
 // The synthetic row's coarse points: columns 6, 10, 25, 60 and 105.
 constexpr std::array<int32_t, 5> kCoarseSteps = {1940, 1900, 1750, 1400, 950};
 
-// The exact list laid out; a big-step list with its two ends.
+// The exact list laid out (a big-step list with its two ends), none of it measured yet.
 std::vector<int32_t> exact_steps() {
     const NightFocusRecord& record = night_focus_man;
     const int last = record.state == NIGHT_STATE_BIGSTEP ? 5 : record.exact_last;

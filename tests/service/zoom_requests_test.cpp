@@ -29,7 +29,6 @@ std::vector<double> numbers_after(const std::string& text, const std::string& la
     return numbers;
 }
 
-// The service started as the bench starts it; tests bring the motors up as start-up does.
 class Zoom : public TwinTest {
 protected:
     void SetUp() override {
