@@ -163,6 +163,9 @@ TEST_F(NightSearch, TheCoarseWalkTurnsStopsAndNarrows) {
          {0, 1, 2, 3, 4, 4}, 1400, 950, "最清晰点位是600米点位（6米）,更新区间60米-600米\r\n"},
         {"near-side stop: one more point measured", 5.0f, 1, 1800, {100, 500, 1000, 800, 300},
          {2, 1, 3}, 1400, 950, "focsu:1400,fv:800\r\nfocsu:950,fv:-9999\r\n"},
+        // Toward far the walk starts above the first point below the lens (1900 for 1800).
+        {"far-side stop", 5.0f, -1, 1800, {300, 1000, 500, 100, 50}, {1, 2, 0, 0}, 1940, 1900,
+         "往远焦点位方向截止\r\n改朝着近焦搜索\r\n搜索点位更新为：1940\r\n"},
         // clang-format on
     };
     for (const auto& c : cases) {
