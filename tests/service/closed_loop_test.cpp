@@ -49,7 +49,9 @@ protected:
         TwinTest::TearDown();
     }
 
+    // One pass with its messages in output_ and only its own requests in the recorder.
     bool pass() {
+        recorder().clear();
         return call([&] { return run_af_pass(state_); });
     }
     // Passes until done() holds after one, at most max; returns the passes run, their
@@ -275,30 +277,20 @@ INSTANTIATE_TEST_SUITE_P(Laser, ZoomTour, ::testing::Bool());
 constexpr uint64_t kMs = 1'000'000;
 
 // The service and motors started as the bench does (x3.5); the loop driven pass by pass.
-class AfLoopTest : public TwinTest {
+class AfLoopTest : public ClosedLoop {
 protected:
     void SetUp() override {
-        TwinTest::SetUp();
+        ClosedLoop::SetUp();
         start_focus_service();
         start_motors(3.5f);
     }
-
     void start(LoopVariant variant) {
         quietly([&] { start_af_loop(state_, variant); });
     }
-
-    // One pass with its messages in output_ and only its own requests in the recorder.
-    bool pass() {
-        recorder().clear();
-        return call([&] { return run_af_pass(state_); });
-    }
-
     int sleeps_of(uint64_t ns) {
         const std::vector<uint64_t> sleeps = recorder().sleeps();
         return static_cast<int>(std::count(sleeps.begin(), sleeps.end(), ns));
     }
-
-    AfLoopState state_;
 };
 
 // Without a new frame the loop tries four times, 15 ms apart, reports after the third
