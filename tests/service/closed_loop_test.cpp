@@ -1,7 +1,7 @@
-// Focus closed-loop on the twin's scene: the service's own loop pass (run_af_pass) driven
-// pass by pass in virtual time, the application's zoom requests between passes, and every
-// result judged against the lens's truth (the in-focus step of the centre subject at the
-// zoom motor's physical position). Each run prints its figures ("[ figures ]" lines).
+// The auto-focus loop on the twin. Closed loop on the twin's scene: the service's own loop pass
+// driven in virtual time, the application's zooms between passes, every result judged against
+// the lens's truth (the centre subject's in-focus step); each run prints its figures ("[ figures
+// ]" lines). Then the loop pass by pass without a scene, and the test console fed from a script.
 #include <gmock/gmock.h>
 
 #include <algorithm>
@@ -9,8 +9,11 @@
 #include <cstdio>
 #include <memory>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "service/af_loop.hpp"
+#include "service/console.hpp"
 #include "tests/support/twin_test.hpp"
 #include "twin/module/scene_file.hpp"
 #include "twin/module/scene_player.hpp"
@@ -29,9 +32,8 @@ using ::testing::HasSubstr;
 
 class ClosedLoop : public TwinTest {
 protected:
-    // The scene in front of the lens, the service started as the bench starts it, the motors
-    // homed and at the scene's start multiple, the laser's first reading in, and the
-    // application's loop started.
+    // The scene in front of the lens, the service and motors started as the bench does, the
+    // laser's first reading in, and the application's loop started.
     void play(const std::string& text) {
         const twin::SceneFileResult parsed = twin::parse_scene(text);
         ASSERT_TRUE(parsed.scene) << parsed.error;
@@ -47,11 +49,13 @@ protected:
         TwinTest::TearDown();
     }
 
+    // One pass with its messages in output_ and only its own requests in the recorder.
     bool pass() {
+        recorder().clear();
         return call([&] { return run_af_pass(state_); });
     }
-    // Passes until done() holds after one, at most max; the passes run. What they printed is
-    // in said_.
+    // Passes until done() holds after one, at most max; returns the passes run, their
+    // messages in said_.
     template <class Done>
     int passes_until(Done done, int max) {
         said_.clear();
@@ -76,30 +80,28 @@ protected:
     std::string said_;
 };
 
-// Day, centre mode, a textured subject at 12 m with the laser on it: from start-up with the
-// lens 60 steps off, then after zooms in centre mode and from free mode, the loop locks on
-// the truth. A lock takes three calls in a row with |PD| < 10 and CL > 1000, and at least 11
-// passes since the last zoom that left free mode (or since start-up).
+// Day, centre mode, a subject at 12 m with the laser on it: from start-up 60 steps off, then
+// after zooms in centre mode and from free mode, the loop locks on the truth. A lock takes three
+// calls in a row with |PD| < 10 and CL > 1000, and 11 passes since a zoom that left free mode.
 TEST_F(ClosedLoop, DayLocksOnTheTruthFromStartUpAndAfterEveryZoom) {
     play("subject: {distance_m: 12, texture: 0.8}\nlaser: {distance_m: 12}\n");
     quietly([&] {
         SetFocusLens(static_cast<int16_t>(std::lround(player_->centre_in_focus_step() + 60)), 0);
         motor_position = GetCurSteps(MOTOR_FOCUS);
     });
-    struct Case {
+    const struct {
         const char* what;
         float multiple;  // 0: no zoom
         bool from_free;  // the zoom is asked for in free mode
         int probe_dir;
         int passes;  // to the lock; the rules allow no fewer than 11 / 11 / 3 / 3
-    };
-    const Case cases[] = {
+    } cases[] = {
         {"start-up, 60 steps off", 0.0f, false, 0, 11},
         {"x8 from free mode", 8.0f, true, 1, 11},
         {"x11", 11.0f, false, 1, 7},
         {"x3.5", 3.5f, false, -1, 3},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         if (c.multiple != 0.0f) {
             ASSERT_TRUE(locked());
@@ -117,7 +119,7 @@ TEST_F(ClosedLoop, DayLocksOnTheTruthFromStartUpAndAfterEveryZoom) {
             "[ figures  ] day x%.1f %-24s start %+6.1f: lock after %2d passes, error %+.1f\n",
             current_multiple, c.what, start_error, passes, error());
         if (c.multiple != 0.0f) {
-            // The first pass after the zoom: leaves free mode, sets the probing direction,
+            // The first pass after the zoom leaves free mode, sets the probing direction,
             // forgets the laser compensation and restarts the centre focus.
             EXPECT_EQ(current_focus_mode, PDAF_CENTER_MODE);
             EXPECT_EQ(defauult_probe_dir, c.probe_dir);
@@ -135,9 +137,8 @@ TEST_F(ClosedLoop, DayLocksOnTheTruthFromStartUpAndAfterEveryZoom) {
     }
 }
 
-// Free mode on a person at 30 m up and left of a 40 m background: after the centre lock the
-// application picks a point on the person; the loop notices the new point, reads the 2 x 2
-// group under it and locks on the person.
+// Free mode: after the centre lock on a 40 m background the application picks a point on a
+// person at 30 m; the loop reads the 2 x 2 group under it and locks on the person.
 TEST_F(ClosedLoop, FreePointLocksOnTheSubjectUnderIt) {
     play(
         "light: day\nsubject: {distance_m: 40, texture: 0.6}\nstart_multiple: 6\n"
@@ -160,9 +161,8 @@ TEST_F(ClosedLoop, FreePointLocksOnTheSubjectUnderIt) {
     EXPECT_EQ(current_focus_mode, PDAF_FREE_MODE);
 }
 
-// A blank wall gives no usable window: the loop counts two a pass (1, 3, 5), goes to the
-// laser's table step on the fourth, and keeps going there while no window comes; a laser at
-// 4 m then pauses it and the count starts over.
+// A blank wall gives no usable window: the loop counts two a pass (1, 3, 5), goes to the laser's
+// table step on the fourth and stays there; a laser at 4 m pauses it and the count starts over.
 TEST_F(ClosedLoop, BlankWallFollowsTheLaser) {
     play(
         "subject: {distance_m: 30, texture: 0}\nlaser: {distance_m: 30}\n"
@@ -192,16 +192,11 @@ TEST_F(ClosedLoop, BlankWallFollowsTheLaser) {
     EXPECT_THAT(output_, HasSubstr(counts[0]));
 }
 
-// Night, centre mode, a textured subject: after each zoom the loop searches from state 0
-// and parks in state 4; then a pass only takes the lock and sleeps. The errors are pinned,
-// rounded to whole steps (the noise is seeded):
-// - with the laser on the subject the exact search ends within 3 steps of the truth, but at
-//   x3 (the lens at x3.5, its widest: the peak is some 25 steps wide each side and the 4 %
-//   night noise outweighs the difference between neighbouring steps) the 5-point list picks
-//   by noise, 4 steps off at 300 m;
-// - without a laser the five coarse points decide: a middle best point hands on only its
-//   near neighbour and itself, and at x10 the narrow peak of an 8 m subject falls between
-//   the 6 m and 10 m points, both on the noise floor.
+// Night: after each zoom the loop searches from state 0 and parks in state 4, where a pass only
+// takes the lock and sleeps. The errors are pinned in whole steps (seeded noise): with the laser
+// within 3 steps, but at x3 (a peak some 25 steps wide each side) noise picks, 4 off at 300 m;
+// without a laser the five coarse points decide, and at x10 an 8 m subject's narrow peak falls
+// between the 6 m and 10 m points, both on the noise floor.
 struct NightCase {
     double distance_m;
     bool laser;
@@ -243,10 +238,9 @@ INSTANTIATE_TEST_SUITE_P(
                       NightCase{300, true, {4, -1, 2}}, NightCase{8, false, {0, -6, -352}},
                       NightCase{40, false, {-5, -4, 2}}, NightCase{300, false, {1, 0, 9}}));
 
-// Zooms x3.5 -> x5 -> x8 -> x11 -> x3.5 -> x8 on a 30 m subject by day, with the laser on it and
-// without a laser: the error right after each zoom and after the loop's lock. With the laser
-// every zoom lands on its column, the last (x3.5 -> x8) within 2 steps of the truth. The loop's
-// Run variant must see zoom_running_flag during every request.
+// Zooms x3.5 -> x5 -> x8 -> x11 -> x3.5 -> x8 on a 30 m subject by day, with and without the
+// laser: with it the zooms to x8 land within 2 steps of the truth; every zoom ends in a lock, and
+// the Run variant sees zoom_running_flag during every request.
 class ZoomTour : public ClosedLoop, public ::testing::WithParamInterface<bool> {};
 
 TEST_P(ZoomTour, FocusFollowsEveryZoomThenLocks) {
@@ -276,15 +270,218 @@ TEST_P(ZoomTour, FocusFollowsEveryZoomThenLocks) {
             multiple, laser ? "laser" : "no laser", after_zoom, error(), passes);
     }
     board().cancel_periodic(watch);
-
-    // A request inside the application's zoom session leaves the session's flag set.
-    set_zoom_running(1);
-    zoom(5.0f);
-    EXPECT_EQ(zoom_running_flag, 1);
-    set_zoom_running(0);
 }
 
 INSTANTIATE_TEST_SUITE_P(Laser, ZoomTour, ::testing::Bool());
+
+constexpr uint64_t kMs = 1'000'000;
+
+// The service and motors started as the bench does (x3.5); the loop driven pass by pass.
+class AfLoopTest : public ClosedLoop {
+protected:
+    void SetUp() override {
+        ClosedLoop::SetUp();
+        start_focus_service();
+        start_motors(3.5f);
+    }
+    void start(LoopVariant variant) {
+        quietly([&] { start_af_loop(state_, variant); });
+    }
+    int sleeps_of(uint64_t ns) {
+        const std::vector<uint64_t> sleeps = recorder().sleeps();
+        return static_cast<int>(std::count(sleeps.begin(), sleeps.end(), ns));
+    }
+};
+
+// Without a new frame the loop tries four times, 15 ms apart, reports after the third
+// failure and runs the search step on the values it still holds.
+TEST_F(AfLoopTest, FourFailedFocusValueReadsThenAStaleStep) {
+    const struct {
+        float multiple;
+        uint16_t laser;  // 0: no laser
+        int32_t state;
+        const char* report;
+    } cases[] = {
+        {3.5f, 0, NIGHT_STATE_COARSE,
+         "\r\n\r\nError!!!get fv fail!\r\n\r\n\r\n\r\n\r\nError get fv sleep!\r\n\r\n\r\n"},
+        {5.0f, 120, NIGHT_STATE_BIGSTEP,
+         "Error!!!get fv fail!\r\n\r\n\r\n\r\nError get fv sleep!\r\n\r\n\r\n"},
+        {3.5f, 120, NIGHT_STATE_SMALLSTEP,
+         "\r\n\r\n!!!get fv fail!\r\n\r\n\r\nError get fv sleep!\r\n"},
+        // 4 m and 1600 m mean no echo: the rough range, as without a reading.
+        {3.5f, 40, NIGHT_STATE_COARSE, "Error!!!get fv fail!"},
+        {3.5f, 16000, NIGHT_STATE_COARSE, "Error!!!get fv fail!"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.state);
+        if (c.laser != 0) laser_on(c.laser);
+        start(LoopVariant::application);
+        current_multiple = c.multiple;
+        cur_day_night_mode = 1;
+        pass();
+        ASSERT_EQ(night_focus_man.state, c.state);
+
+        state_.fv.fv2 = 4321;  // what the record holds from an earlier frame
+        const int32_t at = c.state == NIGHT_STATE_COARSE ? night_focus_man.coarse_index
+                                                         : night_focus_man.exact_index;
+        pass();
+        EXPECT_THAT(output_, HasSubstr(c.report));
+        EXPECT_EQ(sleeps_of(15 * kMs), 4);
+        EXPECT_EQ(sleeps_of(1000 * kMs), c.state == NIGHT_STATE_SMALLSTEP ? 1 : 0);
+        const int64_t stored = c.state == NIGHT_STATE_COARSE ? night_focus_man.coarse_points[at].fv
+                                                             : night_focus_man.exact_points[at].fv;
+        EXPECT_EQ(stored, 4321);
+        cur_day_night_mode = 0;
+        laser_off();
+    }
+}
+
+// The two variants differ in the row they start from, at night in free mode and on a new
+// free point.
+TEST_F(AfLoopTest, VariantsDifferInStartRowFreeModeAtNightAndNewPoints) {
+    for (LoopVariant variant : {LoopVariant::console, LoopVariant::application}) {
+        const bool console = variant == LoopVariant::console;
+        night_focus_man.state = NIGHT_STATE_SMALLSTEP;
+        start(variant);
+        // The console's variant starts from the row of x1.0 whatever the zoom.
+        const int32_t row = console ? 0 : 25;
+        EXPECT_EQ(current_multiple_index, row);
+        EXPECT_EQ(night_focus_man.state, NIGHT_STATE_UNINITIALISED);
+        EXPECT_EQ(night_focus_man.range_near, TxtToDat[row][6]);
+        EXPECT_EQ(night_focus_man.range_far, TxtToDat[row][105] - 50);
+        current_focus_mode = PDAF_FREE_MODE;
+        cur_day_night_mode = 1;
+        pass();
+        EXPECT_EQ(output_.find("夜视模式不支持区域对焦!\r\n") != std::string::npos, console);
+        EXPECT_EQ(output_.find("获取48窗口前") != std::string::npos, !console);
+
+        laser_focus_compensation = 3;
+        is_coordinates_update = 1;
+        pass();
+        EXPECT_EQ(is_coordinates_update, 0);
+        EXPECT_EQ(laser_focus_compensation, console ? 3 : -5);
+        EXPECT_EQ(output_.find("change coordinates set laser_focus_compensation to be zero!\r\n") !=
+                      std::string::npos,
+                  !console);
+        EXPECT_EQ(sleeps_of(50 * kMs), console ? 1 : 2);  // the point's pause; the Run period
+        current_focus_mode = PDAF_CENTER_MODE;
+        cur_day_night_mode = 0;
+    }
+}
+
+TEST_F(AfLoopTest, RunVariantSkipsPassesWhileZoomingAndStopsOnlyAfterThenEnds) {
+    start(LoopVariant::application);
+    zoom_running_flag = 1;
+    onoff = 1;
+    for (int i = 0; i < 2; ++i) {
+        EXPECT_TRUE(pass());
+        EXPECT_EQ(output_, "");
+        EXPECT_EQ(recorder().sleeps(), std::vector<uint64_t>{40 * kMs});
+    }
+    zoom_running_flag = 0;
+    EXPECT_FALSE(pass());
+    EXPECT_EQ(sleeps_of(50 * kMs), 1);
+    onoff = 0;
+
+    // The whole Run variant on its own thread, stopped from another, in real time.
+    board().set_real_time(20);
+    const std::string printed = captured([&] {
+        std::thread loop([] { EXPECT_EQ(RunAFByUsingAssistInfo(), 0); });
+        board().sleep_ns(200 * kMs);
+        EXPECT_GT(StopAFByUsingAssistInfo(), 0);
+        loop.join();
+    });
+    board().set_virtual_time();
+    EXPECT_EQ(onoff, 0);
+    EXPECT_THAT(printed, HasSubstr("] Auto focus close Success!\r\n"));
+    EXPECT_THAT(printed, HasSubstr("] StopAFByUsingAssistInfo  close auto pdaf\n"));
+
+    onoff = 1;
+    EXPECT_EQ(StopAFByUsingAssistInfo(), 1);
+    onoff = 0;
+}
+
+const std::string kMenu =
+    "\r\nplease select the focus mode:\r\n2->set to focus 1-time\r\n3->Change Multiple-A\r\n"
+    "5->set day or night mode\r\n5->set ircut:1day 2night\r\n";
+const std::string kDayNight = "\r\nplease input the day or night mode:0-day 1-night\r\n";
+const std::string kIrCut = "\r\nplease input the day or night mode:1-day 2-night\r\n";
+
+class ConsoleTest : public AfLoopTest {
+protected:
+    // Runs f on a stream that holds script, with its messages in output_.
+    template <class F>
+    auto scripted(const std::string& script, F&& f) {
+        FILE* in = fmemopen(const_cast<char*>(script.data()), script.size(), "r");
+        EXPECT_NE(in, nullptr);
+        const auto result = call([&] { return f(in); });
+        std::fclose(in);
+        return result;
+    }
+    void menu(const std::string& script) {
+        scripted(script, [](FILE* in) {
+            console_menu(in);
+            return 0;
+        });
+    }
+};
+
+TEST_F(ConsoleTest, MenuAnswersLetterForLetterUntilTheEndOfInput) {
+    is_free_focus_opr_over = 1;
+    night_focus_man.state = NIGHT_STATE_DONE;
+    menu("2\n4\n7\nabc\n5\n2\n5\n1\n6\n1\n6\n3 and more\n");
+    EXPECT_EQ(output_, kMenu + kMenu + kMenu + kMenu + kMenu + kDayNight +
+                           "warning:parameter:2 is out of range\r\n" + kMenu + kDayNight +
+                           "set day_night_mode value:1\r\n" + kMenu + kIrCut +
+                           "SetIrCutValue:1\r\n" + kMenu + kIrCut +
+                           "warning:parameter:3 is out of range\r\n" + kMenu);
+    EXPECT_EQ(is_free_focus_opr_over, 0);
+    EXPECT_EQ(night_focus_man.state, NIGHT_STATE_UNINITIALISED);
+    EXPECT_EQ(cur_day_night_mode, 1);
+}
+
+TEST_F(ConsoleTest, ChangeMultipleZoomsWithinRangeAndTimesBothAsTheIntervalPrinterDoes) {
+    const float start = current_multiple;
+    menu("3\n11.01\n");
+    EXPECT_EQ(current_multiple, start);
+    EXPECT_THAT(output_, HasSubstr("\r\nplease input the multiple\r\nerrror:the input multiple was "
+                                   "out of range:3.55~11.0\r\n\r\n run time is 0.000000 s\r\n"));
+
+    menu("3\n5\n");
+    EXPECT_FLOAT_EQ(current_multiple, 5.0001f);
+    const size_t at = output_.find("\r\n run time is ");
+    ASSERT_NE(at, std::string::npos);
+    EXPECT_GT(std::stod(output_.substr(at + 15)), 0.1);  // the zoom took board time
+
+    quietly([] { time_interval_test(); });
+    board().sleep_ns(250'000'000);
+    call(time_interval_test);
+    EXPECT_EQ(output_, "~timeinterval:250ms\r\n");
+}
+
+TEST_F(ConsoleTest, TvkTestSetAreamodeBounds) {
+    const struct {
+        const char* script;
+        int32_t result;
+        const char* refusal;  // nullptr: accepted
+    } cases[] = {{"3840 2160\n", 0, nullptr},
+                 {"3841 0\n", -2, "pointx:3841 and pointy:0"},
+                 {"0 2161\n", -2, "pointx:0 and pointy:2161"}};
+    for (const auto& c : cases) {
+        current_focus_mode = MANUAL_FOCUS_MODE;
+        is_coordinates_update = 0;
+        recorder().clear();
+        EXPECT_EQ(scripted(c.script, tvk_set_area_mode), c.result) << c.script;
+        const bool accepted = c.refusal == nullptr;
+        EXPECT_EQ(current_focus_mode, accepted ? PDAF_FREE_MODE : MANUAL_FOCUS_MODE);
+        EXPECT_EQ(is_coordinates_update, accepted ? 1 : 0);
+        EXPECT_EQ(sleeps_of(2'000'000'000), accepted ? 0 : 1);
+        const std::string prompts = "please input x coordinate\r\nplease input y coordinate\r\n";
+        EXPECT_EQ(output_, accepted ? prompts
+                                    : prompts + "\r\n\r\nError: TvkTestSetAreamode " + c.refusal +
+                                          " is out of range(0-3840/0-2160)!\r\n");
+    }
+}
 
 }  // namespace
 }  // namespace zoomaf::test

@@ -1,6 +1,5 @@
-// Zoom requests on the twin, against its true lens (focus following the zooms on a scene is
-// in closed_loop_test.cpp): start-up, the 20-step check of the last lock, the zoom in x0.5 steps,
-// the refusals and the retry while the driver runs, and the IS value pacing.
+// Zoom requests on the twin (focus following the zooms on a scene is in closed_loop_test.cpp):
+// start-up, the 20-step check of the last lock, x0.5 steps, refusals, retries, IS pacing.
 #include <gmock/gmock.h>
 
 #include <cstdlib>
@@ -30,10 +29,6 @@ std::vector<double> numbers_after(const std::string& text, const std::string& la
     return numbers;
 }
 
-// The service started as the bench starts it (lens table, laser channel, sensor); tests
-// bring the motors up as start-up does, homing from the board's seeded positions. The truth
-// is the twin's lens: the in-focus focus step for the physical zoom position and the subject
-// distance (a unit without offset).
 class Zoom : public TwinTest {
 protected:
     void SetUp() override {
@@ -51,22 +46,9 @@ protected:
     }
 };
 
-TEST_F(Zoom, StartUpHomesAndPlacesTheLens) {
-    current_focus_mode = PDAF_FREE_MODE;
-    expect_position_error(2);  // homing stops up to 2 steps past the edge
-    call([] { VerificationSetMotordevInit(3.5f); });
-    EXPECT_EQ(init_motor_status, 0);
-    EXPECT_EQ(current_focus_mode, PDAF_CENTER_MODE);
-    EXPECT_EQ(current_multiple, 3.5001f);
-    EXPECT_EQ(multiple_index, 25);
-    EXPECT_EQ(motor_position, table_step(3.5f, 10));
-    EXPECT_EQ(driver_focus(), table_step(3.5f, 10));
-    EXPECT_EQ(focus_error(10.0), 0) << "the 10 m column puts a 10 m subject in focus";
-    EXPECT_THAT(output_, HasSubstr("init step:2873,temp_multiple_index:25\r\n"));
-    EXPECT_THAT(output_, HasSubstr("初始化倍数:3.500000,马达步数:2873\r\n"));
-
-    // The start-up of the bench: x1.0 kept by the service, x3.5 by the driver, focus at the
-    // start step of row 0.
+// The bench's start-up: x1.0 kept by the service, x3.5 by the driver, focus at row 0's start.
+TEST_F(Zoom, BenchStartUpKeepsX1AndTheStartStep) {
+    start_motors(3.5f);
     call([] {
         UnInitmotor();
         EXPECT_EQ(AppSetMotordevInit(), 0);
@@ -77,22 +59,20 @@ TEST_F(Zoom, StartUpHomesAndPlacesTheLens) {
     EXPECT_EQ(driver_focus(), mator_step_section[0][2]);
     EXPECT_EQ(motor_position, mator_step_section[0][2]);
     EXPECT_THAT(output_, HasSubstr("min step:2724,max step:3022\r\n"));
-    EXPECT_THAT(output_, HasSubstr("over init motor_position:2724\r\n"));
 }
 
 // The last lock (at x8) against the lens table's step for the laser distance: within 19
 // steps the laser's column is kept at x11, farther off the column where the lock lies.
 TEST_F(Zoom, TwentyStepCheckOfTheLastLock) {
-    struct Case {
+    // Row x8 of the shipped table: column 24 -380, 25 -384, 30 -401, 38 -420, 39 -422.
+    const struct {
         uint16_t laser;
         int32_t lock;
         bool checked;
         int out_20_step;
         int column;         // of the focus target at x11
         const char* print;  // expected in the messages
-    };
-    // Row x8 of the shipped table: column 24 -380, 25 -384, 30 -401, 38 -420, 39 -422.
-    const Case cases[] = {
+    } cases[] = {
         {300, -382, true, 0, 30,
          "雷达列数:30,雷达步数:-401\r\n表格索引:70\r\n与雷达相差在20步内!\r\n"},
         {300, -420, true, 0, 30, "与雷达相差在20步内!"},
@@ -100,19 +80,15 @@ TEST_F(Zoom, TwentyStepCheckOfTheLastLock) {
          "zy_focus_lock_step:-381, TxtToDat[temp_multiple_index][i]:-384\r\n"
          "对清的第一列是:24,步数是:-380\r\n与雷达相差超出!"},
         {300, -421, true, 1, 38, "对清的第一列是:38,步数是:-420\r\n"},
-        {300, 3000, true, 1, 1, "对清的第一列是:1,"},
-        {300, -3000, true, 1, 2, "对清的第一列是:2,"},  // below every column: stays 2
         {1500, -465, true, 0, 100, "雷达列数:100,"},
         {500, -437, true, 0, 50, "雷达列数:50,"},
-        // No echo: column 101 for the check; the target, without a valid distance, keeps
-        // the focus's own column (10 at start).
+        // No echo: column 101 for the check; the target keeps the focus's own column (10).
         {LASER_NO_ECHO, -477, true, 0, 10, "velmor:laser > 1600m! meter_index is 101。\r\n"},
-        // 4 m and no reading skip the check: no lock was judged, so the focus keeps its own
-        // column (10 at start), whatever the first zoom's defaults say.
+        // 4 m and no reading skip the check: the focus keeps its own column.
         {40, -401, false, 1, 10, ""},
         {0, -401, false, 1, 10, ""},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << "laser " << c.laser << " lock " << c.lock);
         start_motors(8.0f);
         if (c.laser != 0) laser_on(c.laser);
@@ -122,7 +98,6 @@ TEST_F(Zoom, TwentyStepCheckOfTheLastLock) {
         zy_focus_lock_step = c.lock;
         call([] { EXPECT_EQ(AppSetMultipleByPdTrend(11.0f), 0); });
         EXPECT_EQ(occurrences(output_, "有上次对清步数和雷达距离"), c.checked ? 1 : 0);
-        EXPECT_EQ(frist_zoom, c.checked ? 2 : 1);
         EXPECT_EQ(is_out_20_step, c.out_20_step);
         EXPECT_THAT(output_, HasSubstr(c.print));
         EXPECT_EQ(driver_focus(), table_step(11.0f, c.column));
@@ -134,51 +109,41 @@ TEST_F(Zoom, TwentyStepCheckOfTheLastLock) {
 TEST_F(Zoom, TheSameMultipleIsRefusedWithoutAMove) {
     start_motors(5.0f);
     const std::string same = "SetMultiple have sampe multiple now,return!--->5.000100";
-    struct Case {
+    const struct {
         int32_t (*request)();
         std::string message;
-        int32_t row_after;  // only the request without the lock sets the row before comparing
-    };
-    const Case cases[] = {
-        {[] { return AppSetMultiple(5.0f); }, same, 0},  // 5.0 + 0.0001 is what is stored
-        {[] { return AppSetMultipleWithFocus(0, current_multiple); }, same, 0},
-        {[] { return AppSetMultipleByPdTrend(current_multiple); }, same, 0},
-        {[] { return AppSetMultipleWithoutLock(current_multiple); }, same, 40},
+    } cases[] = {
+        {[] { return AppSetMultiple(5.0f); }, same},  // 5.0 + 0.0001 is what is stored
+        {[] { return AppSetMultipleWithFocus(0, current_multiple); }, same},
+        {[] { return AppSetMultipleByPdTrend(current_multiple); }, same},
+        {[] { return AppSetMultipleWithoutLock(current_multiple); }, same},
         {[] { return AppSetMultipleWithPDAF(current_multiple); },
-         "Error:AppSetMultipleWithPDAF current multiplle is equal to target multiple!\r\n", 0},
+         "Error:AppSetMultipleWithPDAF current multiplle is equal to target multiple!\r\n"},
     };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.message);
-        multiple_index = 0;
-        const uint64_t pulses = vd_pulses();
+    const uint64_t pulses = vd_pulses();
+    for (const auto& c : cases) {
         EXPECT_EQ(call(c.request), -1);
         EXPECT_THAT(output_, HasSubstr(c.message));
-        EXPECT_EQ(vd_pulses(), pulses);
-        EXPECT_EQ(current_multiple, 5.0001f);
-        EXPECT_EQ(multiple_index, c.row_after);
     }
+    EXPECT_EQ(vd_pulses(), pulses);
+    EXPECT_EQ(current_multiple, 5.0001f);
 }
 
-// While the driver reports a run in progress every request tries 21 times, 100 ms apart, then
-// gives up, leaving the service's view of the lens as it was and the lock free.
+// While the driver runs every request tries 21 times, 100 ms apart, then gives up.
 TEST_F(Zoom, RetriesWhileTheDriverRunsThenGivesUp) {
     start_motors(3.5f);
-    struct Case {
-        const char* name;
+    const struct {
         int32_t (*request)();
         int notes;            // "Init motor SetMultiple running:1" lines
         uint64_t elapsed_ms;  // 20 pauses, and the focus passes before a x0.5 step
-    };
-    const Case cases[] = {
-        {"AppSetMultiple", [] { return AppSetMultiple(8.0f); }, 21, 2000},
-        {"WithFocus", [] { return AppSetMultipleWithFocus(-401, 8.0f); }, 0, 2000},
-        {"WithoutLock", [] { return AppSetMultipleWithoutLock(8.0f); }, 21, 2000},
-        {"ByPdTrend", [] { return AppSetMultipleByPdTrend(8.0f); }, 0, 2000},
-        {"WithPDAF", [] { return AppSetMultipleWithPDAF(8.0f); }, 21, 2100},
+    } cases[] = {
+        {[] { return AppSetMultiple(8.0f); }, 21, 2000},
+        {[] { return AppSetMultipleByPdTrend(8.0f); }, 0, 2000},
+        {[] { return AppSetMultipleWithPDAF(8.0f); }, 21, 2100},
     };
     gRunData.running = 1;
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.elapsed_ms);
         const uint64_t start = board().now_ns();
         EXPECT_EQ(call(c.request), -1);
         EXPECT_EQ(occurrences(output_, "warn, motor running, return 1"), 21);
@@ -186,9 +151,7 @@ TEST_F(Zoom, RetriesWhileTheDriverRunsThenGivesUp) {
         EXPECT_THAT(output_,
                     HasSubstr("!Error !Error !Error,set multiple fail!->return\r\n\r\n\r\n"));
         // Plus the sensor's bus time of the PD reads (about 1 ms in all).
-        const uint64_t elapsed_ms = (board().now_ns() - start) / 1'000'000;
-        EXPECT_GE(elapsed_ms, c.elapsed_ms);
-        EXPECT_LE(elapsed_ms, c.elapsed_ms + 2);
+        EXPECT_NEAR((board().now_ns() - start) / 1'000'000, c.elapsed_ms + 1, 1);
         EXPECT_EQ(current_multiple, 3.5001f);
         ASSERT_TRUE(service_lock_free());
     }
@@ -205,21 +168,18 @@ TEST_F(Zoom, RetriesWhileTheDriverRunsThenGivesUp) {
 }
 
 TEST_F(Zoom, PdafZoomStepsOnTheHalfGridWithFocusPassesBetween) {
-    struct Case {
+    const struct {
         float from, to;
         int mode;
         std::vector<double> steps;  // the intermediate multiples
         const char* pass;           // the focus pass message
         int passes;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {3.5f, 5.0f, PDAF_CENTER_MODE, {4.0, 4.5}, "AAA cl: 0, pd: ", 4},
-        {3.5f, 4.2f, PDAF_FREE_MODE, {4.0}, "AAA cl: 0, pd: ", 2},
-        {3.6f, 3.9f, PDAF_CENTER_MODE, {}, "AAA", 0},
         {11.0f, 8.0f, PDAF_CENTER_MODE, {10.5, 10.0, 9.5, 9.0, 8.5}, "BBB cl: 0, pd: ", 15},
         {8.0f, 5.2f, MANUAL_FOCUS_MODE, {7.5, 7.0, 6.5, 6.0, 5.5}, "BBB", 0},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << c.from << " -> " << c.to);
         start_motors(c.from);
         current_focus_mode = c.mode;
@@ -228,37 +188,23 @@ TEST_F(Zoom, PdafZoomStepsOnTheHalfGridWithFocusPassesBetween) {
                                          : "\r\nsetB AppSetMultipleWithoutLock,from:";
         EXPECT_THAT(numbers_after(output_, step, "->"), ElementsAreArray(c.steps));
         EXPECT_EQ(occurrences(output_, c.pass), c.passes);
-        if (c.passes > 0) {
-            EXPECT_THAT(output_, HasSubstr("XSizeOfImage:4000, YSizeOfImage:3000\n\r\n"));
-        }
-        EXPECT_EQ(current_multiple, c.to);
         EXPECT_EQ(GetCurMultiple(), c.to);
     }
 }
 
 TEST_F(Zoom, FocusTargetRulesAndBounds) {
     start_motors(3.5f);  // focus at 2873, the 10 m step of x3.5
-    struct Case {
-        const char* name;
-        int32_t (*target)();
-        int32_t expected;
-    };
-    const Case cases[] = {
-        // The PTZ keeps the focus step, here clamped to the top of x11's range.
-        {"ptz", [] { return GetTargetMultipleFocusstep(0, 1, 3.5f, 11.0f); }, 617},
-        {"lock column beyond the table",
-         [] { return GetTargetMultipleFocusstepByZyMethods(0, 0, 1, 500, 3.5f, 11.0f); }, -2533},
-        {"lock column before it",
-         [] { return GetTargetMultipleFocusstepByZyMethods(0, 0, 1, -4, 3.5f, 11.0f); }, 617},
-        // No laser: x11's 29 m step read at x8.
-        {"nearest column", [] { return GetTargetMultipleFocusstep(-2366, 0, 11.0f, 8.0f); }, -398},
-        {"nearest, no lock verdict",
-         [] { return GetTargetMultipleFocusstepByZyMethods(-2366, 0, 7, 2, 11.0f, 8.0f); }, -398},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.name);
-        EXPECT_EQ(call(c.target), c.expected);
-    }
+    // The PTZ keeps the focus step, clamped to the top of x11's range; a lock column beyond the
+    // table or before it; without a laser x11's 29 m step read at x8 (the nearest column).
+    EXPECT_EQ(call([] { return GetTargetMultipleFocusstep(0, 1, 3.5f, 11.0f); }), 617);
+    EXPECT_EQ(call([] { return GetTargetMultipleFocusstepByZyMethods(0, 0, 1, 500, 3.5f, 11.0f); }),
+              -2533);
+    EXPECT_EQ(call([] { return GetTargetMultipleFocusstepByZyMethods(0, 0, 1, -4, 3.5f, 11.0f); }),
+              617);
+    EXPECT_EQ(call([] { return GetTargetMultipleFocusstep(-2366, 0, 11.0f, 8.0f); }), -398);
+    EXPECT_EQ(
+        call([] { return GetTargetMultipleFocusstepByZyMethods(-2366, 0, 7, 2, 11.0f, 8.0f); }),
+        -398);
     // The unit's offset is added to every table step.
     laser_on(300);
     calibration_offset_step = 5;
@@ -266,23 +212,21 @@ TEST_F(Zoom, FocusTargetRulesAndBounds) {
 }
 
 TEST_F(Zoom, IsValueSequencesKeepTheirPacing) {
-    struct Case {
+    const struct {
         int32_t (*sequence)(float);
         float multiple;
         int32_t old_value;
         std::vector<double> values;
         uint64_t pause_ms;
         int32_t old_after;
-    };
-    const Case cases[] = {
+    } cases[] = {
         {ISRestoreService, 6.0f, 0, {590, 580, 570, 560, 550, 540, 530, 520}, 120, 520},
-        {ISRestoreService, 12.5f, 0, {520}, 120, 520},
         {ISRestoreService, 4.0f, 7, {}, 120, 7},
         {ZoomRunningISRestore, 12.5f, 520, {540, 560, 580, 600, 620}, 80, 520},
         {ZoomRunningISRestore, 13.0f, 590, {610}, 80, 590},
         {ZoomRunningISRestore, 12.0f, 520, {}, 80, 520},
     };
-    for (const Case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.multiple);
         OldISValue = c.old_value;
         const uint64_t start = board().now_ns();
@@ -291,9 +235,6 @@ TEST_F(Zoom, IsValueSequencesKeepTheirPacing) {
         EXPECT_EQ(board().now_ns() - start, c.values.size() * c.pause_ms * 1'000'000);
         EXPECT_EQ(OldISValue, c.old_after);
     }
-    call([] { return ISRestoreService(6.0f); });
-    EXPECT_THAT(output_,
-                HasSubstr("Status IS Restore Service, CurrentMultiple is 60.000000Set IS"));
     EXPECT_EQ(AppGetIsValue(612), 612);
 }
 
