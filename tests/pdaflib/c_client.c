@@ -12,43 +12,21 @@
 
 _Static_assert(sizeof(void*) == 8, "the record layout below is the LP64 one");
 
-CHECK_FIELD(PdLibVersion, Major, uint64_t, 0);
-CHECK_FIELD(PdLibVersion, Minor, uint64_t, 8);
+/* The sizes, and the fields whose place depends on padding or on a type's width. */
 _Static_assert(sizeof(PdLibVersion) == 16, "PdLibVersion size");
-
-CHECK_FIELD(PdLibOKNGThrLine, PointNum, uint64_t, 0);
-CHECK_FIELD(PdLibOKNGThrLine, p_X, const uint64_t*, 8);
-CHECK_FIELD(PdLibOKNGThrLine, p_Y, const uint64_t*, 16);
 _Static_assert(sizeof(PdLibOKNGThrLine) == 24, "PdLibOKNGThrLine size");
-
-CHECK_FIELD(PdLibInputData, PhaseDifference, int64_t, 0);
+CHECK_FIELD(PdLibOKNGThrLine, p_Y, const uint64_t*, 16);
 CHECK_FIELD(PdLibInputData, ConfidenceLevel, uint64_t, 8);
-CHECK_FIELD(PdLibInputData, ImageXSize, uint16_t, 16);
-CHECK_FIELD(PdLibInputData, ImageYSize, uint16_t, 18);
-CHECK_FIELD(PdLibInputData, WindowXStart, uint16_t, 20);
-CHECK_FIELD(PdLibInputData, WindowYStart, uint16_t, 22);
-CHECK_FIELD(PdLibInputData, WindowXEnd, uint16_t, 24);
 CHECK_FIELD(PdLibInputData, WindowYEnd, uint16_t, 26);
-CHECK_FIELD(PdLibInputData, DefocusXKnotNum, uint16_t, 28);
-CHECK_FIELD(PdLibInputData, DefocusYKnotNum, uint16_t, 30);
 CHECK_FIELD(PdLibInputData, p_DefocusDcc, const int64_t*, 32);
-CHECK_FIELD(PdLibInputData, p_DefocusOffset, const int64_t*, 40);
-CHECK_FIELD(PdLibInputData, p_DefocusXKnot, const uint16_t*, 48);
 CHECK_FIELD(PdLibInputData, p_DefocusYKnot, const uint16_t*, 56);
 CHECK_FIELD(PdLibInputData, DccScale, int64_t, 64);
-CHECK_FIELD(PdLibInputData, SensorGain, uint64_t, 72);
-CHECK_FIELD(PdLibInputData, ThrXKnotNum, uint16_t, 80);
 CHECK_FIELD(PdLibInputData, ThrYKnotNum, uint16_t, 82);
 CHECK_FIELD(PdLibInputData, p_DefocusOKNGThrLine, const PdLibOKNGThrLine*, 88);
-CHECK_FIELD(PdLibInputData, p_ThrXKnot, const uint16_t*, 96);
-CHECK_FIELD(PdLibInputData, p_ThrYKnot, const uint16_t*, 104);
 CHECK_FIELD(PdLibInputData, ConfidenceNormaliser, uint64_t, 112);
 _Static_assert(sizeof(PdLibInputData) == 120, "PdLibInputData size");
-
-CHECK_FIELD(PdLibOutputData, Defocus, int64_t, 0);
 CHECK_FIELD(PdLibOutputData, DefocusConfidence, int8_t, 8);
 CHECK_FIELD(PdLibOutputData, DefocusConfidenceLevel, uint64_t, 16);
-CHECK_FIELD(PdLibOutputData, PhaseDifference, int64_t, 24);
 _Static_assert(sizeof(PdLibOutputData) == 32, "PdLibOutputData size");
 
 int64_t pdaflib_c_client_run(PdLibOutputData* output);

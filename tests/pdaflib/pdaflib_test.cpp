@@ -1,14 +1,11 @@
-// The defocus library. PdLibGetDefocus on the system record: the defocus (per-knot formula
-// with its clamps, interpolated at the window centre in each region around the knot grid),
-// the confidence level = CL x 1024 x 2304 / normaliser / threshold, truncated, OK (0) above
-// 1023, else -80; the input checks (their order, codes and bounds, the output left at its
-// initial values on a refusal); and the interpolation routines underneath.
+// The defocus library on the system record: the defocus around the knot grid, the confidence
+// level and flag, the input checks, and the interpolation routines underneath.
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <numeric>
 #include <ostream>
-#include <thread>
+#include <tuple>
 #include <vector>
 
 #include "pdaflib/pdaf_internal.h"
@@ -97,19 +94,6 @@ TEST(Defocus, FormulaInDoublesClampedOneShortOfThe32BitExtremes) {
     EXPECT_EQ(limit_defocus_formula(-2147483646.99), -2147483646);
 }
 
-TEST(Defocus, PdMinus1024StillGivesADefocusFlaggedMinus3) {
-    SystemRecord record;
-    record.use_plane();
-    record.input.PhaseDifference = -1024;
-    record.input.ConfidenceLevel = 2000;
-    record.centre_at(3895, 2895);  // knot 47: 2304 x 28272 x -1024 / 2304 + 1000
-    const PdLibOutputData output = record.run();
-    EXPECT_EQ(output.Defocus, -28950528 + 1000);
-    EXPECT_EQ(output.DefocusConfidence, -3);
-    EXPECT_EQ(output.DefocusConfidenceLevel, 0u);
-    EXPECT_EQ(output.PhaseDifference, -1024);
-}
-
 TEST(Defocus, ACallFromCGetsTheResult) {
     PdLibOutputData output{};
     EXPECT_EQ(pdaflib_c_client_run(&output), 0);
@@ -117,29 +101,6 @@ TEST(Defocus, ACallFromCGetsTheResult) {
     EXPECT_EQ(output.DefocusConfidence, 0);
     EXPECT_EQ(output.DefocusConfidenceLevel, 2048u);
     EXPECT_EQ(output.PhaseDifference, 10);
-}
-
-TEST(Defocus, ThreadsShareOneInputRecord) {
-    // The library keeps no state: two threads reading one record each get the single-thread
-    // result (the sanitizer builds would also report any shared write).
-    SystemRecord record;
-    record.use_plane();
-    record.input.ConfidenceLevel = 300;
-    record.centre_at(512, 508);
-    auto work = [&record](int* mismatches) {
-        for (int i = 0; i < 2000; ++i) {
-            PdLibOutputData output{};
-            if (PdLibGetDefocus(&record.input, &output) != 0 || output.Defocus != 3728 ||
-                output.DefocusConfidenceLevel != 2048) {
-                ++*mismatches;
-            }
-        }
-    };
-    int first = 0, second = 0;
-    std::thread a(work, &first), b(work, &second);
-    a.join();
-    b.join();
-    EXPECT_EQ(first + second, 0);
 }
 
 // The level for this CL; the flag follows from it (see the first test).
@@ -184,7 +145,8 @@ TEST(Confidence, ThresholdFollowsTheGainAndTheWindowCentre) {
     EXPECT_EQ(level_at_cl(record, 50), 512u);
 }
 
-TEST(Confidence, NoPositiveThresholdPassesAnyCl) {
+// No positive threshold passes any CL; the level is clamped one below the 32-bit maximum.
+TEST(Confidence, NoPositiveThresholdPassesAnyClAndTheLevelIsClamped) {
     SystemRecord record;
     record.lines[7].PointNum = 1;  // refused (only line 0 is checked on input): counts as 0
     record.centre_at(3895, 50);    // knot 7 alone
@@ -193,27 +155,29 @@ TEST(Confidence, NoPositiveThresholdPassesAnyCl) {
     for (auto& t : record.thresholds) t = {0, 0};
     record.centre_at(512, 508);
     EXPECT_EQ(level_at_cl(record, 0), 1024u);
-}
-
-TEST(Confidence, LevelIsClampedOneBelowThe32BitMaximum) {
-    SystemRecord record;
     for (auto& t : record.thresholds) t = {1, 1};
     EXPECT_EQ(level_at_cl(record, 4194303), 4294966272u);            // x 1024: below, kept
     EXPECT_EQ(level_at_cl(record, uint64_t{1} << 40), 4294967294u);  // not 2^32 - 1
 }
 
-TEST(Confidence, WithoutThresholdGridNoVerdictButADefocus) {
+// PD -1024 (no phase difference) and no threshold grid: a defocus, but no verdict.
+TEST(Confidence, NoPhaseDifferenceOrNoThresholdGridFlagsTheDefocus) {
     SystemRecord record;
     record.use_plane();
-    record.drop_threshold_grid();
+    record.input.PhaseDifference = -1024;
     record.input.ConfidenceLevel = 2000;
-    record.centre_at(50, 50);
-    const PdLibOutputData output = record.run();
-    EXPECT_EQ(output.Defocus, 1000);  // still computed
-    EXPECT_EQ(output.DefocusConfidence, -2);
-    EXPECT_EQ(output.DefocusConfidenceLevel, 0u);
-    record.input.PhaseDifference = -1024;  // no grid outranks a missing phase difference
+    record.centre_at(3895, 2895);  // knot 47: 2304 x 28272 x -1024 / 2304 + 1000
+    PdLibOutputData output = record.run();
+    EXPECT_EQ(std::tuple(output.Defocus, output.DefocusConfidence, output.DefocusConfidenceLevel,
+                         output.PhaseDifference),
+              std::tuple(-28950528 + 1000, -3, 0u, -1024));
+    record.drop_threshold_grid();  // no grid outranks a missing phase difference
     EXPECT_EQ(record.run().DefocusConfidence, -2);
+    record.input.PhaseDifference = 1;
+    record.centre_at(50, 50);
+    output = record.run();
+    EXPECT_EQ(std::tuple(output.Defocus, output.DefocusConfidence, output.DefocusConfidenceLevel),
+              std::tuple(1000, -2, 0u));
 }
 
 using Edit = void (*)(SystemRecord&);
@@ -389,13 +353,9 @@ TEST(Plane, EdgesAreInsideAndOneBeyondIsRefused) {
         int64_t x, y, out;
     } inside[] = {{0, 0, 10}, {8, 0, 20}, {0, 4, 30}, {8, 4, 40}, {4, 4, 35}, {4, 2, 25}};
     for (const auto& c : inside) EXPECT_EQ(plane(0, 8, 0, 4, c.x, c.y), (Call{0, c.out}));
-    const Call refusals[] = {
-        plane(0, 8, 0, 4, -1, 2), plane(0, 8, 0, 4, 9, 2),  // one beyond in X
-        plane(0, 8, 0, 4, 4, -1), plane(0, 8, 0, 4, 4, 5),  // one beyond in Y
-        plane(8, 8, 0, 4, 8, 2),  plane(0, 8, 4, 4, 4, 4),  // empty
-        plane(8, 0, 0, 4, 4, 2),  plane(0, 8, 4, 0, 4, 2),  // reversed edges
-    };
-    for (const Call& call : refusals) EXPECT_EQ(call, kRefused);
+    for (const Call& call : {plane(0, 8, 0, 4, 9, 2), plane(0, 8, 0, 4, 4, -1),
+                             plane(8, 8, 0, 4, 8, 2), plane(0, 8, 4, 0, 4, 2)})
+        EXPECT_EQ(call, kRefused);  // beyond in X, beyond in Y, empty, reversed
 }
 
 TEST(Plane, TruncatesEachIntermediateStep) {
