@@ -1,5 +1,5 @@
-/* A C program's view of the defocus library: the public header compiles as C, the records
-   have the agreed layout (LP64, natural alignment), and a call made from C works. */
+/* A C program's view of the defocus library: the public header compiles as C and the records
+   have the agreed layout (LP64, natural alignment). */
 #include <stddef.h>
 #include <stdint.h>
 
@@ -28,39 +28,3 @@ _Static_assert(sizeof(PdLibInputData) == 120, "PdLibInputData size");
 CHECK_FIELD(PdLibOutputData, DefocusConfidence, int8_t, 8);
 CHECK_FIELD(PdLibOutputData, DefocusConfidenceLevel, uint64_t, 16);
 _Static_assert(sizeof(PdLibOutputData) == 32, "PdLibOutputData size");
-
-int64_t pdaflib_c_client_run(PdLibOutputData* output);
-
-/* A 2 x 2 grid with coefficients 1, 2, 3, 4 and a flat threshold of 150, a window right of
-   and below the grid (knot 3), PD 10 and CL 300: defocus 4 x 10 = 40, level
-   300 x 1024 / 150 = 2048, OK. */
-int64_t pdaflib_c_client_run(PdLibOutputData* output) {
-    static const uint16_t knots[2] = {100, 200};
-    static const int64_t dcc[4] = {1, 2, 3, 4}, offsets[4] = {0, 0, 0, 0};
-    static const uint64_t gains[2] = {0, 960}, thresholds[2] = {150, 150};
-    const PdLibOKNGThrLine line = {2, gains, thresholds};
-    const PdLibOKNGThrLine lines[4] = {line, line, line, line};
-    const PdLibInputData input = {.PhaseDifference = 10,
-                                  .ConfidenceLevel = 300,
-                                  .ImageXSize = 400,
-                                  .ImageYSize = 300,
-                                  .WindowXStart = 300,
-                                  .WindowYStart = 250,
-                                  .WindowXEnd = 320,
-                                  .WindowYEnd = 270,
-                                  .DefocusXKnotNum = 2,
-                                  .DefocusYKnotNum = 2,
-                                  .p_DefocusDcc = dcc,
-                                  .p_DefocusOffset = offsets,
-                                  .p_DefocusXKnot = knots,
-                                  .p_DefocusYKnot = knots,
-                                  .DccScale = 2304,
-                                  .SensorGain = 16,
-                                  .ThrXKnotNum = 2,
-                                  .ThrYKnotNum = 2,
-                                  .p_DefocusOKNGThrLine = lines,
-                                  .p_ThrXKnot = knots,
-                                  .p_ThrYKnot = knots,
-                                  .ConfidenceNormaliser = 2304};
-    return PdLibGetDefocus(&input, output);
-}

@@ -1,7 +1,5 @@
-// The start-up files: the lens table (the read rule, a number then one separator; the laser
-// calibration carried over the rows below a calibrated one; the derived focus ranges and
-// their printout; the failures that leave the table as it was; the row of a multiple) and
-// the unit's calibration files (laser table, motor offset, PD offset).
+// The start-up files: the lens table (read rule, carried-over laser calibration, derived
+// focus ranges, refusals, the row of a multiple) and the unit's calibration files.
 #include <gmock/gmock.h>
 #include <cmath>
 #include <cstring>
@@ -66,24 +64,6 @@ TEST_F(LensTable, TheTableLoadsShiftedByTheCalibrationCarriedOverRowsWithItsRang
     }
 }
 
-TEST_F(LensTable, AMissingFileOrACellThatIsNotANumberChangesNothingAndSaysWhere) {
-    EXPECT_EQ(call(ReadAFTXT), READ_AFTXT_MISSING);
-    EXPECT_EQ(output_,
-              "Error: cannot open the lens table file \"zy_240408_tvk_update.csv\" in the working "
-              "directory / (No such file or directory); the service cannot focus without it\r\n");
-    for (std::string bad : {"abc", "", "99999999999", "-"}) {
-        std::string text = synthetic_table();
-        text.replace(text.find(",20007,") + 1, 5, bad);  // line 3 (row 2), column 7
-        board().write_file(LENS_TABLE_FILE, text);
-        EXPECT_EQ(call(ReadAFTXT), READ_AFTXT_NOT_NUMBER) << bad;
-        EXPECT_EQ(output_,
-                  "Error: the lens table file \"zy_240408_tvk_update.csv\" line 3 column 7: \"" +
-                      bad + "\" is not a number; the lens table is not loaded\r\n");
-    }
-    EXPECT_EQ(TxtToDat[0][0], 7) << "cells before the bad one are not taken either";
-    EXPECT_EQ(mator_step_section[0][0], 0);
-}
-
 // What a broken file at a reader's path gives.
 struct BrokenFile {
     const char* what;
@@ -98,6 +78,20 @@ std::string with_cell(const std::string& cell) {
     return synthetic_table().replace(synthetic_table().find(",20007,") + 1, 5, cell);
 }
 
+TEST_F(LensTable, AMissingFileOrACellThatIsNotANumberChangesNothingAndSaysWhere) {
+    EXPECT_EQ(call(ReadAFTXT), READ_AFTXT_MISSING);
+    EXPECT_EQ(output_,
+              "Error: cannot open the lens table file \"zy_240408_tvk_update.csv\" in the working "
+              "directory / (No such file or directory); the service cannot focus without it\r\n");
+    board().write_file(LENS_TABLE_FILE, with_cell("abc"));
+    EXPECT_EQ(call(ReadAFTXT), READ_AFTXT_NOT_NUMBER);
+    EXPECT_EQ(output_,
+              "Error: the lens table file \"zy_240408_tvk_update.csv\" line 3 column 7: \"abc\" is "
+              "not a number; the lens table is not loaded\r\n");
+    EXPECT_EQ(TxtToDat[0][0], 7) << "cells before the bad one are not taken either";
+    EXPECT_EQ(mator_step_section[0][0], 0);
+}
+
 TEST_F(LensTable, BrokenFilesAreRefusedWithLineAndColumnOrWhatTheyAre) {
     std::string long_line = synthetic_table(), short_line = synthetic_table();
     long_line.insert(long_line.find('\n', long_line.find("\n20000,") + 1), ",5");  // line 3
@@ -107,6 +101,9 @@ TEST_F(LensTable, BrokenFilesAreRefusedWithLineAndColumnOrWhatTheyAre) {
         {"point", Placed::text, with_cell("2872.5"), bad, "line 3 column 7: \"2872.5\" is not a"},
         {"exponent", Placed::text, with_cell("2.8e3"), bad, "line 3 column 7: \"2.8e3\""},
         {"two numbers", Placed::text, with_cell("12-3"), bad, "line 3 column 7: \"12-3\""},
+        {"empty cell", Placed::text, with_cell(""), bad, "line 3 column 7: \"\" is not"},
+        {"sign alone", Placed::text, with_cell("-"), bad, "line 3 column 7: \"-\" is not"},
+        {"too big", Placed::text, with_cell("99999999999"), bad, "7: \"99999999999\" is not"},
         {"NUL", Placed::text, with_cell(std::string("12\0\x33", 4)), bad, "7: \"12\\x003\""},
         {"108th column", Placed::text, long_line, bad, "3 column 107: \"5\" is one column too"},
         {"short line", Placed::text, short_line, bad, "3 column 105: \"20105\" ends the line"},
