@@ -1,6 +1,5 @@
-// The register primitives on the twin's buses (the messages of each access, one open, one
-// transfer and one close per access, the pauses, every failure), the voice coil, and the
-// start-up identification of the sensor over its two buses.
+// The register primitives on the twin's buses (pauses, module-memory reads, failures), the
+// voice coil, and the start-up identification of the sensor.
 #include <gmock/gmock.h>
 #include <cstring>
 #include <functional>
@@ -12,72 +11,30 @@ namespace zoomaf::test {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using twin::FaultRule;
 
-constexpr int kModuleBus = twin::Board::kModuleBus, kSensorIdBus = twin::Board::kSensorIdBus;
-constexpr uint16_t kSensor = 0x1A;
+constexpr int kModuleBus = twin::Board::kModuleBus;
 
 using RegisterAccess = TwinTest;
 
-TEST_F(RegisterAccess, EachAccessIsOneTransferWithItsMessagesAndPause) {
-    const struct {
-        const char* name;
-        int bus;
-        int (*access)();
-        std::vector<twin::I2cMessageRecord> messages;
-        uint64_t pause_ns;
-    } cases[] = {
-        {"sensor write",
-         kModuleBus,
-         [] { return write_imx586_single_reg(0x3E37, 0x01); },
-         {{kSensor, false, {0x3E, 0x37, 0x01}}},
-         20'000},
-        {"sensor read",
-         kModuleBus,
-         [] {
-             uint8_t v;
-             return read_imx586_single_reg(0x3E37, &v);
-         },
-         {{kSensor, false, {0x3E, 0x37}}, {kSensor, true, {0x01}}},
-         0},
-        {"version write",
-         kSensorIdBus,
-         [] { return write_sensor_version_reg(0x0A02, 0x7F); },
-         {{kSensor, false, {0x0A, 0x02, 0x7F}}},
-         2'000'000},
-        {"version read",
-         kSensorIdBus,
-         [] {
-             uint8_t v;
-             return read_sensor_version_reg(0x0136, &v);
-         },
-         {{kSensor, false, {0x01, 0x36}}, {kSensor, true, {0x18}}},
-         2'000'000},
-        {"voice-coil write",
-         kModuleBus,
-         [] { return write_motor_single_reg(2, 0x00); },
-         {{0x0C, false, {0x02, 0x00}}},
-         20'000},
+// The pause after each kind of access, one open of its bus each.
+TEST_F(RegisterAccess, EachAccessPausesAsPrescribed) {
+    uint8_t v = 0;
+    const std::pair<std::function<int()>, uint64_t> cases[] = {
+        {[] { return write_imx586_single_reg(0x3E37, 0x01); }, 20'000},
+        {[&] { return read_imx586_single_reg(0x3E37, &v); }, 0},
+        {[] { return write_sensor_version_reg(0x0A02, 0x7F); }, 2'000'000},
+        {[&] { return read_sensor_version_reg(0x0136, &v); }, 2'000'000},
+        {[] { return write_motor_single_reg(2, 0x00); }, 20'000},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        with<twin::I2cBus>(c.bus, [](twin::I2cBus& bus) { bus.clear_transfers(); });
+    for (const auto& [access, pause_ns] : cases) {
         recorder().clear();
         const uint64_t slept_before = slept_ns();
-        EXPECT_EQ(c.access(), 0);
-        const auto transfers = i2c_transfers(c.bus);
-        ASSERT_EQ(transfers.size(), 1u);
-        ASSERT_EQ(transfers[0].messages.size(), c.messages.size());
-        for (size_t i = 0; i < c.messages.size(); ++i) {
-            EXPECT_EQ(transfers[0].messages[i].addr, c.messages[i].addr);
-            EXPECT_EQ(transfers[0].messages[i].read, c.messages[i].read);
-            EXPECT_EQ(transfers[0].messages[i].data, c.messages[i].data);
-        }
-        EXPECT_EQ(slept_ns() - slept_before, c.pause_ns);
-        EXPECT_THAT(recorder().opens(), ElementsAre("/dev/i2c-" + std::to_string(c.bus)));
+        EXPECT_EQ(access(), 0);
+        EXPECT_EQ(slept_ns() - slept_before, pause_ns);
+        EXPECT_EQ(recorder().opens().size(), 1u);
     }
 }
 
@@ -201,34 +158,15 @@ TEST_F(VoiceCoil, PositionsAreClampedSplitAndStoredAndEnableWritesZero) {
 
 using SensorIdentification = TwinTest;
 
-// (register, written value or -1 for a read) of each transfer on a bus.
-std::vector<std::pair<int, int>> accesses(const std::vector<twin::I2cTransferRecord>& transfers) {
-    std::vector<std::pair<int, int>> all;
-    for (const auto& t : transfers) {
-        const auto& first = t.messages.at(0).data;
-        all.emplace_back(first.at(0) << 8 | first.at(1), t.messages.size() == 2 ? -1 : first.at(2));
-    }
-    return all;
-}
-
-TEST_F(SensorIdentification,
-       ReadsTheIdentificationPageOverBus2WithHoldsOverBus9AndOnlyTheLastTypeByteCounts) {
+// Only the last type byte, 0x0A29, counts; a failed read of it leaves the cleared byte.
+TEST_F(SensorIdentification, OnlyTheLastTypeByteCountsAndAFailedReadIsReported) {
+    with<twin::SensorIdRegisters>([](auto& s) { s.set_otp_byte(0x7F, 0x0A28, 0x41); });
     EXPECT_EQ(call(read_sensor_id), 0);
     EXPECT_EQ(output_,
               "read otp-read-status:1\r\n"
               "\r\nover read sensor chip type:0x40!\r\n"
               "Success:true sensor chip type!\r\n");
-    std::vector<std::pair<int, int>> expected = {
-        {0x0136, -1}, {0x0137, -1}, {0x0A02, 0x7F}, {0x0A00, 0x01}, {0x0A01, -1}};
-    for (int reg = 0x0A1F; reg <= 0x0A29; ++reg) expected.emplace_back(reg, -1);
-    EXPECT_THAT(accesses(i2c_transfers(2)), ElementsAreArray(expected));
-    // One hold on and off around each of the eleven reads, on the other bus.
-    std::vector<std::pair<int, int>> holds;
-    for (int i = 0; i < 11; ++i) holds.insert(holds.end(), {{0x0104, 1}, {0x0104, 0}});
-    EXPECT_THAT(accesses(i2c_transfers(9)), ElementsAreArray(holds));
-    EXPECT_EQ(with<twin::SensorIdRegisters>([](auto& s) { return s.otp_reads_started(); }), 1u);
-
-    // 0x0A24..0x0A28 may hold 0x40 or anything else: only the last byte, 0x0A29, counts.
+    EXPECT_EQ(i2c_transfers(9).size(), 22u) << "a hold on and off around each of the 11 reads";
     with<twin::SensorIdRegisters>([](auto& s) {
         s.set_otp_byte(0x7F, 0x0A28, 0x40);
         s.set_chip_type(0x41);
@@ -236,20 +174,12 @@ TEST_F(SensorIdentification,
     call(read_sensor_id);
     EXPECT_THAT(output_, EndsWith("\r\nover read sensor chip type:0x41!\r\n"
                                   "Error:error sensor chip type!\r\n"));
-}
-
-TEST_F(SensorIdentification, FailedReadsAreReportedAndTheServiceGoesOn) {
-    // The sixteenth transfer on bus 2 is the read of 0x0A29: the cleared byte stays.
+    // The sixteenth transfer on bus 2 is the read of 0x0A29.
     board().inject({.op = twin::FaultRule::Op::ioctl, .target = "/dev/i2c-2", .skip = 15});
     EXPECT_EQ(call(read_sensor_id), 0);
     EXPECT_THAT(output_, HasSubstr("~ioctl read error addr:0xa29,ret:-1\r\n"));
     EXPECT_THAT(output_, EndsWith("\r\nover read sensor chip type:0x0!\r\n"
                                   "Error:error sensor chip type!\r\n"));
-    // An absent sensor.
-    unplug_i2c(2, 0x1A);
-    EXPECT_EQ(call(read_sensor_id), 0);
-    EXPECT_THAT(output_, HasSubstr("read otp-read-status:0\r\n"));
-    EXPECT_THAT(output_, HasSubstr("Error:error sensor chip type!\r\n"));
 }
 
 }  // namespace
