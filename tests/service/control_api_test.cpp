@@ -1,8 +1,6 @@
-// The control calls and the host's entries: every setter's mode and range checks in their
-// order with the exact messages and no state change on a refusal, the accepted boundary
-// values, the centre windows on the twin's sensor, the manual position at the range ends,
-// the calls against a thread that holds the service lock; the PTZ start, the choice of the
-// readout window and the area-focus thread.
+// The control calls and the host's entries: refusals with their messages and no state
+// change, the accepted range ends, the centre windows, the manual position, the service
+// lock; the PTZ start, the readout window and the area-focus thread.
 #include <gmock/gmock.h>
 #include <pthread.h>
 #include <sys/shm.h>
@@ -240,54 +238,6 @@ TEST_F(ControlApi, SettersWaitForThePassThatHoldsTheLockAndRefusalsDoNot) {
     EXPECT_EQ(period.get(), 0);
     EXPECT_EQ(current_shockperiod, 200);
     EXPECT_EQ(current_focus_mode, PDAF_FREE_MODE);
-}
-
-// A loop-like thread reads and writes the shared state under the lock, one pass after each
-// control call. The pass count is relaxed on purpose: it orders the threads in time but
-// gives TSan no happens-before, so only the service lock can order their accesses.
-TEST_F(ControlApi, ControlCallsRaceALoopThreadWithoutADataRace) {
-    mator_step_section[0][1] = 100;
-    std::atomic<bool> stop{false};
-    std::atomic<int> passes{0};
-    std::atomic<int64_t> sink{0};
-    auto pass_count = [&] { return passes.load(std::memory_order_relaxed); };
-    void (*const calls[])(int) = {
-        [](int i) { AppSetMode(i % 3); },
-        [](int i) { AppSetFocusCoordinates(i, i); },
-        [](int) { AppSetFocusPercentagePosition(0.5f); },
-        [](int i) { AppSetShockPeriod(50 + i); },
-        [](int) { AppGetFocusPercentagePosition(); },
-        [](int) { GetLaserCompensationValue(); },
-        [](int i) { set_day_or_night_focus_mode(i & 1); },
-        [](int) { AppGetFocusMode(); },
-    };
-    (void)captured([&] {
-        std::thread loop([&] {
-            while (!stop.load(std::memory_order_relaxed)) {
-                try_lock();
-                is_coordinates_update = is_manual_positon_update = 0;
-                is_free_focus_opr_over = current_focus_mode == PDAF_FREE_MODE;
-                laser_focus_compensation = pass_count() % 7 - 5;
-                gRunData.motor[MOTOR_FOCUS].cur_steps = static_cast<int16_t>(pass_count() % 50);
-                sink.store(free_focus_pointx + free_focus_pointy + current_shockperiod +
-                               cur_day_night_mode + static_cast<int>(manual_positon_percentage),
-                           std::memory_order_relaxed);
-                unlock();
-                passes.fetch_add(1, std::memory_order_relaxed);
-                std::this_thread::yield();
-            }
-        });
-        for (int i = 0; i < 12; ++i) {
-            for (auto control_call : calls) {
-                control_call(i);
-                const int after_call = pass_count();  // a whole pass that began after the call
-                while (pass_count() < after_call + 2) std::this_thread::yield();
-            }
-        }
-        stop = true;
-        loop.join();
-    });
-    EXPECT_GE(passes.load(), 12 * 8 * 2);
 }
 
 // A plain global of the service read under the service lock, as the thread writes it.

@@ -234,16 +234,6 @@ TEST_F(SelfStudyFile, AShortFileLoadsWhatItHasAndAnUnopenableOneNothing) {
     EXPECT_EQ(store_file(), image);
 }
 
-TEST_F(SelfStudyFile, ThePeriodicSaveReplacesTheFileWholeEvenWhenNothingChanged) {
-    allocate_store();
-    board().write_file(SELFSTUDY_FILE, "old");
-    EXPECT_EQ(call(DealWriteSelfStudyInfo2File), 0);
-    EXPECT_EQ(output_, "DealWriteSelfStudyInfo2File update\r\n");
-    EXPECT_EQ(store_file(), store_memory());
-    EXPECT_EQ(recorder().renames(), (std::vector<std::pair<std::string, std::string>>{
-                                        {"./laserclearinfo.tmp", "./laserclearinfo"}}));
-}
-
 TEST_F(SelfStudyFile, ASaveInterruptedAfterTheTemporaryFileLeavesTheOldStore) {
     const std::string old(SELFSTUDY_STORE_BYTES, '\x5A');
     board().write_file(SELFSTUDY_FILE, old);
@@ -382,28 +372,6 @@ TEST_F(SelfStudyFile, TheFatalSignalHandlerSavesAChangedStoreAndExitsWithZero) {
               "before exit do ExitSaveSelfStudyInfo\r\n"
               "Error Capture Start b\r\n"
               "Error Capture Over!\r\n");
-    EXPECT_EQ(store_file(), store_memory());
-}
-
-// Learning on the loop's thread while the application saves: no entry is torn and nothing
-// races (the ThreadSanitizer build runs this too).
-TEST_F(SelfStudyFile, LearningWhileSavingDoesNotRace) {
-    allocate_store();
-    current_multiple = 1.0f;
-    std::atomic<bool> stop{false};
-    (void)captured([&] {
-        std::thread loop([&] {
-            for (int laser = 0; !stop.load() || laser < 50; laser = (laser + 1) % 1500) {
-                update_selfstudy_info_memofy(-laser, 200 + laser, 1000u + laser, laser + 5, 1.0f);
-                get_selfstudy_motor(0, laser + 5);
-                if (stop.load() && laser == 49) break;
-            }
-        });
-        for (int i = 0; i < 3; ++i) DealWriteSelfStudyInfo2File();
-        stop = true;
-        loop.join();
-    });
-    EXPECT_EQ(call(DealWriteSelfStudyInfo2File), 0);
     EXPECT_EQ(store_file(), store_memory());
 }
 
