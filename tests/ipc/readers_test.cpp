@@ -59,65 +59,47 @@ TEST_F(LaserReader, StartsOnChannelTwelveAndTakesEachMeasurementOnce) {
     EXPECT_EQ(output_, GREEN "共享内存雷达没更新，返回上次的值:500!" END "\r\n");
 }
 
-TEST_F(LaserReader, ClampsTheRangeByDayAndByNight) {
-    struct Case {
-        uint16_t raw;
+// The range clamps by day and by night, then the jump filter: three drops of more than a
+// fifth are refused, the fourth taken; rises are taken at once.
+TEST_F(LaserReader, ClampsTheRangeAndFiltersJumps) {
+    const struct {
         int night;
-        int32_t last;  // filter state before, chosen so the filter takes the reading
-        uint16_t expected;
-        const char* message;
-    };
-    const Case cases[] = {
-        {65535, 0, 100, 65535, "warning:laser 65535!\r\n"},
-        {16001, 0, 100, 15990, "warning:modify laser 15990 to 15990!\r\n"},
-        {16000, 0, 100, 16000, "get laser distance：16000\r\n获取"},
-        {1, 0, 40, 40, "modify distance from 1 to 40\r\n"},
-        {40, 1, 40, 40, "modify distance from 40 to 40\r\n"},
-        {41, 0, 41, 41, "get laser distance：41\r\n获取"},
-        {0, 0, 100, 2000, "modify distance from 0 to 350\r\n"},
-        {0, 1, 0, 0, "get laser distance：0\r\n获取"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << "raw " << c.raw << (c.night ? " at night" : " by day"));
-        cur_day_night_mode = c.night;
-        last_laser = c.last;
-        EXPECT_EQ(measure_and_read(c.raw), c.expected);
-        EXPECT_THAT(output_, HasSubstr(c.message));
-        EXPECT_EQ(last_laser, c.expected);
-    }
-}
-
-TEST_F(LaserReader, JumpFilterRefusesThreeDropsOfMoreThanAFifthAndTakesRisesAtOnce) {
-    struct Reading {
-        int32_t last;  // the last accepted distance to start from (0: go on)
+        int32_t last;  // the last accepted distance to start from (-1: go on)
         uint16_t raw, distance;
         int32_t refused;  // the count after the reading
         const char* message = "";
-    };
-    const Reading readings[] = {
-        // three drops refused, the fourth taken
-        {1000, 799, 1000, 1,
+    } readings[] = {
+        {0, 100, 65535, 65535, 0, "warning:laser 65535!\r\n"},
+        {0, 100, 16001, 15990, 0, "warning:modify laser 15990 to 15990!\r\n"},
+        {0, 100, 16000, 16000, 0, "get laser distance：16000\r\n获取"},
+        {0, 40, 1, 40, 0, "modify distance from 1 to 40\r\n"},
+        {1, 40, 40, 40, 0, "modify distance from 40 to 40\r\n"},
+        {0, 41, 41, 41, 0, "get laser distance：41\r\n获取"},
+        {0, 100, 0, 2000, 0, "modify distance from 0 to 350\r\n"},
+        {1, 0, 0, 0, 0, "get laser distance：0\r\n获取"},
+        {0, 1000, 799, 1000, 1,
          "原雷达距离:1000超出获取距离:799太多,所以这次保持，原有的计数更新:1" END},
-        {0, 799, 1000, 2},
-        {0, 799, 1000, 3},
-        {0, 799, 799, 0,
+        {0, -1, 799, 1000, 2},
+        {0, -1, 799, 1000, 3},
+        {0, -1, 799, 799, 0,
          "原雷达距离:799超出获取距离:799太多,但已经连续三次了，所以更新雷达为位置::799" END},
-        {1000, 800, 800, 0},  // a drop of exactly a fifth is taken
-        {1000, 801, 801, 0},  // a smaller drop, then rises however large: taken at once
-        {0, 5000, 5000, 0},
-        {0, 65535, 65535, 0},
-        {1000, 700, 1000, 1},  // an accepted reading resets the count
-        {0, 700, 1000, 2},
-        {0, 900, 900, 0},
-        {0, 700, 900, 1},
+        {0, 1000, 800, 800, 0},  // a drop of exactly a fifth is taken
+        {0, 1000, 801, 801, 0},  // a smaller drop, then rises however large
+        {0, -1, 5000, 5000, 0},
+        {0, 1000, 700, 1000, 1},  // an accepted reading resets the count
+        {0, -1, 700, 1000, 2},
+        {0, -1, 900, 900, 0},
+        {0, -1, 700, 900, 1},
     };
-    for (const Reading& r : readings) {
+    for (const auto& r : readings) {
         SCOPED_TRACE(testing::Message() << "raw " << r.raw << " after " << last_laser);
-        if (r.last != 0) {
+        cur_day_night_mode = r.night;
+        if (r.last >= 0) {
             last_laser = r.last;
             last_laster_cnt = 0;
         }
         EXPECT_EQ(measure_and_read(r.raw), r.distance);
+        EXPECT_EQ(last_laser, r.distance);
         EXPECT_EQ(last_laster_cnt, r.refused);
         EXPECT_THAT(output_, HasSubstr(r.message));
     }

@@ -52,14 +52,6 @@ TEST_F(DccValues, AFileOf96BytesGives48BigEndianValuesAndZerosForWhatItLacks) {
               std::tuple(0x079A, 0x079B, 0x0700))
         << "half a value: the missing byte is 0";
     EXPECT_THAT(std::vector<int64_t>(eeprom_dcc + 3, eeprom_dcc + 48), Each(0));
-
-    std::fill(eeprom_dcc, eeprom_dcc + 48, 9);
-    EXPECT_EQ(call([] { return read_dcc_data_reg_byfile("no_such_file", eeprom_dcc); }), 0);
-    EXPECT_THAT(dcc(), Each(0));
-    EXPECT_EQ(output_,
-              "\r\n\r\n!!!ERROR:read dcc file error!\r\n\r\n"
-              "Error: the DCC file no_such_file: cannot open it: No such file or directory; every "
-              "DCC value is 0\r\n");
 }
 
 // What is at the DCC file's path instead of a DCC file: an error naming it, every value 0.
