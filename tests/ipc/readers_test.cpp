@@ -1,16 +1,14 @@
 // The readers of the assist channels: the laser reader (update flag, range clamps, jump
-// filter, override, a held semaphore, the service's threads beside the twin's laser) and the
-// focus-value reader on channel 30, fed by the twin's video encoder.
+// filter, override, a held semaphore) and the focus-value reader on channel 30, fed by the
+// twin's video encoder.
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstring>
 #include <optional>
 #include <thread>
-#include <vector>
 
 #include "channels/channel_layout.hpp"
 #include "gmock/gmock.h"
@@ -18,7 +16,6 @@
 #include "tests/support/twin_test.hpp"
 #include "twin/module/channel_publisher.hpp"
 #include "twin/module/encoder.hpp"
-#include "twin/module/laser.hpp"
 #include "zoomaf/app_pdaf.h"
 #include "zoomaf/assist_info.h"
 
@@ -182,47 +179,12 @@ TEST_F(LaserReader, ReadersGoOnWhenAnotherProcessHoldsTheChannelSemaphores) {
     EXPECT_EQ(read(), 777) << "the kernel gave the dead holder's semaphores back";
 }
 
-using LaserReaderInParallel = LaserReader;
-
-TEST_F(LaserReaderInParallel, ServiceThreadsAndTheTwinLaserShareTheChannel) {
-    twin::Laser laser(board(), twin::LaserConfig{.period_ns = 20'000'000, .distance = 1500});
-    board().set_real_time(20.0);
-    std::atomic<bool> done{false};
-    captured([&] {
-        // The focus loop: reads the distance under the service lock, then sleeps its period.
-        std::thread loop([&] {
-            while (!done) {
-                try_lock();
-                GetCurrentLaserDistance();
-                unlock();
-                platform().sleep_ns(10'000'000);
-            }
-        });
-        // The host: moves the PTZ and changes the distance of the target.
-        for (int i = 0; i < 50; ++i) {
-            SetPZTstart();
-            laser.set_distance(static_cast<uint16_t>(1500 + i));
-            platform().sleep_ns(5'000'000);
-        }
-        const uint64_t readings = laser.readings();
-        while (laser.readings() < readings + 2) platform().sleep_ns(10'000'000);
-        done = true;
-        loop.join();
-    });
-    try_lock();
-    EXPECT_EQ(read(), 1549) << "the loop followed the laser";
-    unlock();
-}
-
-class FocusValueReader : public TwinTest {
-protected:
-    static constexpr uint64_t kFrameNs = 33'333'333;
-    int32_t consume(VrelFocusValues& record) {
-        return call([&] { return fv_publish_consume_encodered_data(&record); });
-    }
-};
+using FocusValueReader = TwinTest;
 
 TEST_F(FocusValueReader, TakesEachFrameOnceFillsOnlyTheTwoValuesAndRetriesAFailedOpen) {
+    auto consume = [&](VrelFocusValues& record) {
+        return call([&] { return fv_publish_consume_encodered_data(&record); });
+    };
     twin::Encoder encoder(board());
     encoder.set_focus_values(123456789012LL, -42);
     VrelFocusValues record{};
@@ -232,7 +194,7 @@ TEST_F(FocusValueReader, TakesEachFrameOnceFillsOnlyTheTwoValuesAndRetriesAFaile
     EXPECT_NE(consume(record), 0) << "the channel cannot be opened";
     EXPECT_EQ(record.fv2, 9);
     EXPECT_NE(consume(record), 0) << "opened now, but no frame encoded yet";
-    board().advance_ns(kFrameNs);
+    board().advance_ns(33'333'333);  // a frame
     ASSERT_EQ(consume(record), 0);
     EXPECT_EQ(record.fv1, 123456789012LL);
     EXPECT_EQ(record.fv2, -42);
@@ -240,13 +202,6 @@ TEST_F(FocusValueReader, TakesEachFrameOnceFillsOnlyTheTwoValuesAndRetriesAFaile
     record.fv1 = 5;
     EXPECT_NE(consume(record), 0) << "the same frame is not taken twice";
     EXPECT_EQ(record.fv1, 5) << "and the record is left as it was";
-    // A source function follows the board's time.
-    encoder.set_source([](uint64_t now_ns) {
-        return twin::FocusValues{static_cast<int64_t>(now_ns / 1000), 8};
-    });
-    board().advance_ns(kFrameNs);
-    ASSERT_EQ(consume(record), 0);
-    EXPECT_EQ(record.fv1, static_cast<int64_t>(board().now_ns() / 1000));
     EXPECT_EQ(fv_publish_consume_encodered_data(nullptr), -1);
 }
 
