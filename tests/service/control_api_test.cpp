@@ -349,6 +349,19 @@ TEST_F(HostEntries, OnlyReadoutWindowsZeroFiveSixAndSevenAreTaken) {
         EXPECT_EQ(current_select_pdaf_window, c.selected);
         EXPECT_EQ(board().now_ns() - before, 1'000'000'000u) << "one second, refused or not";
     }
+
+    // The service lock is held through the second.
+    board().set_real_time(10.0);  // the second lasts 100 ms
+    const uint64_t sleeps_before = sleep_calls();
+    bool free_while_sleeping = true;
+    quietly([&] {
+        std::thread host([] { change_select_pdaf_window(6); });
+        wait_for([&] { return sleep_calls() != sleeps_before; });
+        free_while_sleeping = service_lock_free();
+        host.join();
+    });
+    EXPECT_FALSE(free_while_sleeping);
+    EXPECT_EQ(current_select_pdaf_window, 6);
 }
 
 }  // namespace
