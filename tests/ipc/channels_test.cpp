@@ -37,7 +37,7 @@ protected:
     }
 };
 
-TEST_F(Channels, RefusesChannelsOutsideTheTableAndLeavesTheRecordUntouched) {
+TEST_F(Channels, ChannelsOutsideTheTableAreRefusedEachOtherGetsItsKeysSizeAndAFreeSemaphore) {
     for (int memmode : {34, -1}) {
         VrelShareMan record;
         std::memset(&record, 0xA5, sizeof record);
@@ -47,9 +47,6 @@ TEST_F(Channels, RefusesChannelsOutsideTheTableAndLeavesTheRecordUntouched) {
                                "\r\nError:VrelShareManInit memmode was out of range!\r\n");
         EXPECT_EQ(std::memcmp(&record, &before, sizeof record), 0) << "not even sem_id";
     }
-}
-
-TEST_F(Channels, EachChannelGetsItsKeysItsSizeAndAFreeSemaphore) {
     const struct {
         int memmode;
         uint32_t shm_key;

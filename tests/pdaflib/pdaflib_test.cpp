@@ -76,7 +76,7 @@ uint64_t level_at_cl(SystemRecord& record, uint64_t cl) {
     return record.run().DefocusConfidenceLevel;
 }
 
-TEST(Confidence, FlatThresholdOf150AndTheNormaliser) {
+TEST(Confidence, FlatThresholdNormaliserNoPositiveThresholdAndTheClamp) {
     SystemRecord record;
     EXPECT_EQ(level_at_cl(record, 150), 1024u);      // exactly the threshold ...
     EXPECT_EQ(record.run().DefocusConfidence, 0);    // ... is OK
@@ -87,11 +87,8 @@ TEST(Confidence, FlatThresholdOf150AndTheNormaliser) {
     record.input.ConfidenceNormaliser = 576;         // CL quadrupled
     EXPECT_EQ(level_at_cl(record, 38), 1037u);       // 38 x 4096 / 150 = 1037.7
     EXPECT_EQ(record.run().DefocusConfidence, 0);
-}
-
-// No positive threshold passes any CL; the level is clamped one below the 32-bit maximum.
-TEST(Confidence, NoPositiveThresholdPassesAnyClAndTheLevelIsClamped) {
-    SystemRecord record;
+    // No positive threshold passes any CL; the level is clamped one below the 32-bit maximum.
+    record.input.ConfidenceNormaliser = 2304;
     record.lines[7].PointNum = 1;  // refused (only line 0 is checked on input): counts as 0
     record.centre_at(3895, 50);    // knot 7 alone
     EXPECT_EQ(level_at_cl(record, 0), 1024u);

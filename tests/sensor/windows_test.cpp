@@ -24,7 +24,7 @@ protected:
     }
 };
 
-TEST_F(WindowLayouts, FreeAreaWritesModeEnableAndWindowZeroInOrderAndThePdOutputSwitchItsRegister) {
+TEST_F(WindowLayouts, FreeAreaWritesInOrderClampsItsStartAndRefusesABadSizeAndPdOutputSwitches) {
     EXPECT_EQ(call([] { return set_pdaf_windows_free_area(100, 200, 666, 500); }), 0);
     const std::vector<std::pair<uint16_t, uint8_t>> expected = {
         {0x38A3, 2},    {0x38AC, 1},    {0x38B4, 0x00}, {0x38B5, 0x64}, {0x38B6, 0x00},
@@ -42,9 +42,7 @@ TEST_F(WindowLayouts, FreeAreaWritesModeEnableAndWindowZeroInOrderAndThePdOutput
     EXPECT_EQ(call([] { return switch_pd_output(1); }), 0);
     EXPECT_EQ(sensor_reg(0x3E37), 1);
     EXPECT_EQ(output_, "\r\npd output addr:0x3e37,value:0x1\r\n");
-}
-
-TEST_F(WindowLayouts, FreeAreaStartIsClampedOneShortOfTheEdgeAndABadSizeIsRefused) {
+    // The start is clamped one short of the edge; a bad size is refused.
     const struct {
         int x, y, w, h;
         std::array<int, 4> window;

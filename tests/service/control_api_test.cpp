@@ -152,8 +152,7 @@ TEST_F(ControlApi, TheSettersTakeTheEndsOfTheirRanges) {
     EXPECT_EQ(call(GetLaserCompensationValue), -37);
 }
 
-// The free area is window 0 as four 13-bit coordinates; the ratio lays out the centre
-// windows; both inside a group hold.
+// The free area (window 0, 13-bit coordinates) and the ratio, both inside a group hold.
 TEST_F(ControlApi, TheCentreWindowsAreWrittenInsideAGroupHold) {
     EXPECT_EQ(call([] { return AppSetCenterFocusWindownsFreearea(1000, 800, 400, 300); }), 0);
     EXPECT_EQ(sensor_writes().at(0), std::pair(twin::Imx586::kGroupHold, uint8_t{1}));
@@ -207,8 +206,7 @@ bool ready_within(std::future<T>& result, std::chrono::milliseconds wait) {
     return result.wait_for(wait) == std::future_status::ready;
 }
 
-// The auto-focus loop holds the service lock for a whole pass; the mode and range tests
-// are made before the lock is taken.
+// The loop holds the service lock for a pass; the mode and range tests come before it.
 TEST_F(ControlApi, SettersWaitForThePassThatHoldsTheLockAndRefusalsDoNot) {
     mator_step_section[0][0] = 10;  // min above max: the read-back refuses
     std::future<int32_t> mode, period, wrong_mode, same_mode, bad_range;
@@ -277,8 +275,7 @@ TEST_F(HostEntries, TheAreaFocusThreadPollsUntilItsChannelIsGone) {
     EXPECT_TRUE(held_lock_after_return);
 }
 
-// A point from the channel is held to the picture as AppSetFocusCoordinates holds a caller's:
-// one outside it is consumed, said so and changes nothing.
+// A point outside the picture is consumed, said so and changes nothing.
 TEST_F(HostEntries, TheAreaFocusChannelRefusesPointsOutsideThePicture) {
     twin::ChannelPublisher ui(board(), VREL_AREA_FOCUS_CHANNEL);
     VrelShareMan channel{};

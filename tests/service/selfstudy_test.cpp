@@ -84,7 +84,7 @@ TEST_F(SelfStudy, TheFirstOfferIsLearnedAndOnlyABetterFocusReplacesIt) {
     EXPECT_EQ(entry(77), std::make_tuple(1, 1180, -1, 1));
 }
 
-TEST_F(SelfStudy, LasersWithoutDistanceOutOfTheStoreOrAfterTheStopAreRefused) {
+TEST_F(SelfStudy, RefusedLasersAndTheLookUpOfLearnedAndUnlearnedSteps) {
     for (int32_t laser : {4, 1600, -1, 1601}) EXPECT_EQ(offer(0, 200, 500, laser), -1) << laser;
     EXPECT_EQ(output_,
               "Error: update_selfstudy_info_memofy laser:1601 is out of range(0-1599)!\r\n");
@@ -95,9 +95,7 @@ TEST_F(SelfStudy, LasersWithoutDistanceOutOfTheStoreOrAfterTheStopAreRefused) {
     EXPECT_EQ(offer(0, 200, 500, 5), -1) << "no store, nothing learned";
     EXPECT_EQ(get_selfstudy_motor(25, 5), SELFSTUDY_NOT_LEARNED);
     selfstudy_point = store;
-}
-
-TEST_F(SelfStudy, ALearnedStepIsFoundAndAnUnlearnedOneIsMinus3000) {
+    // A learned step is found, an unlearned one is -3000.
     EXPECT_EQ(call([] { return get_selfstudy_motor(25, 1599); }), SELFSTUDY_NOT_LEARNED);
     EXPECT_EQ(output_, "");
     offer(3, 400, 2222, 1599);
@@ -285,8 +283,7 @@ TEST_F(SelfStudyFile, TheExitSaveWritesOnlyAChangedStoreAndEndsLearning) {
     EXPECT_EQ(is_deal_selfstudy, 0);
 }
 
-// A store that is there but could not be read at start is kept as it is: no save puts the
-// memory's (empty) store over it. The refused open is injected at the seam (root reads all).
+// A store that could not be read at start is never replaced by the memory's (empty) one.
 TEST_F(SelfStudyFile, AStoreThatCouldNotBeReadAtStartIsNeverReplaced) {
     std::string image(SELFSTUDY_STORE_BYTES, '\0');
     learn(image, 3, 7, 1, 1234, 500, 2);
@@ -331,8 +328,7 @@ TEST_F(SelfStudyFile, AStoreThatCouldNotBeReadAtStartIsNeverReplaced) {
     EXPECT_EQ(store_file(), store_memory());
 }
 
-// Whatever is left at the temporary file's name (a link planted to overwrite another file,
-// the leftover of a save that was killed) is removed, never written through.
+// Whatever is at the temporary file's name (a planted link, a leftover) is removed.
 TEST_F(SelfStudyFile, TheTemporaryFileIsNeverWrittenThroughWhatIsAtItsName) {
     change_store();
     board().write_file("/victim", "keep me");
@@ -347,8 +343,7 @@ TEST_F(SelfStudyFile, TheTemporaryFileIsNeverWrittenThroughWhatIsAtItsName) {
     }
 }
 
-// The handler runs in a child process (it ends the process); the child's standard output
-// goes to a file of the sandbox so that the parent can read the messages.
+// The handler ends the process: it runs in a child whose output goes to a sandbox file.
 TEST_F(SelfStudyFile, TheFatalSignalHandlerSavesAChangedStoreAndExitsWithZero) {
     change_store();
     const std::string log = board().sandbox_path("/signal.log");
@@ -368,9 +363,7 @@ TEST_F(SelfStudyFile, TheFatalSignalHandlerSavesAChangedStoreAndExitsWithZero) {
     EXPECT_EQ(store_file(), store_memory());
 }
 
-// The lock counters order cooperative writers; the signal handler's wait for the
-// self-study write lock gives up after its bound instead of waiting for a thread that will
-// never run again.
+// The lock counters; the signal handler's wait for the self-study write lock is bounded.
 TEST_F(SelfStudy, LockCountersAndTheBoundedWaitForTheWriteLock) {
     EXPECT_EQ(ptz_try_lock(), 1);
     EXPECT_EQ(ptz_unlock(), 0);
@@ -386,8 +379,7 @@ TEST_F(SelfStudy, LockCountersAndTheBoundedWaitForTheWriteLock) {
     EXPECT_EQ(selfstudy_write_unlock(), 0);
 }
 
-// The handler's messages: the same bytes from a thread (stdio) and from a signal handler
-// (write(2)), numbers to the smallest int64, errno texts, a line cut at its buffer.
+// The handler's messages read the same from a thread and a signal handler; a line is cut.
 TEST(SafeMessages, ReadTheSameFromAThreadAndFromASignalHandler) {
     for (const Context context : {Context::thread, Context::signal_handler}) {
         const std::string out = captured([&] {
@@ -403,9 +395,8 @@ TEST(SafeMessages, ReadTheSameFromAThreadAndFromASignalHandler) {
     }
 }
 
-// A fatal signal in the middle of a save, on the real kernel: the interrupted save holds the
-// self-study write lock and never gives it back, yet the process ends within 2 s and the
-// store on disk is whole, the old one or the new one.
+// A fatal signal in the middle of a save on the real kernel: the interrupted save keeps the
+// write lock, yet the process ends within 2 s and the store on disk is whole.
 TEST(SelfStudySignal, AFatalSignalDuringASaveEndsTheProcessWithTheStoreWhole) {
     char where[] = "/dev/shm/zoomaf-signal-XXXXXX";  // memory: the 2 s are not the disk's
     ASSERT_NE(::mkdtemp(where), nullptr);
