@@ -162,16 +162,13 @@ TEST_F(Channels, KernelGivesBackTheHoldOfAProcessThatDiedAndARemovedSetIsRefused
 
 using ChannelAssertionDeathTest = Channels;
 
+// A channel whose semaphore could not be made ends the process on its first use.
 TEST_F(ChannelAssertionDeathTest, SemaphoreUseWithoutASemaphoreEndsTheProcess) {
-    VrelShareMan record{};
-    record.sem_id = -1;
-    EXPECT_DEATH(VrelSemaphoreP(&record),
-                 "vrel_sharememory.*VrelSemaphoreP.*Assertion `-1 != shareman->sem_id' failed");
-    // A channel whose semaphore could not be made ends the process on its first use.
     board().inject({.op = Op::semget});
     VrelShareMan failed{};
     ASSERT_EQ(init(failed, kLaser), -1);
-    EXPECT_DEATH(VrelSemaphoreP(&failed), "-1 != shareman->sem_id");
+    EXPECT_DEATH(VrelSemaphoreP(&failed),
+                 "vrel_sharememory.*VrelSemaphoreP.*Assertion `-1 != shareman->sem_id' failed");
 }
 
 }  // namespace

@@ -4,7 +4,6 @@
 #include <gmock/gmock.h>
 #include <sys/wait.h>
 #include <unistd.h>
-#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdio>
