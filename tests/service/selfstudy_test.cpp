@@ -300,7 +300,6 @@ TEST_F(SelfStudyFile, AStoreThatCouldNotBeReadAtStartIsNeverReplaced) {
         {[&] { place(SELFSTUDY_FILE, Placed::directory); },
          "the selfstudyinfo file ./laserclearinfo is not loaded: it is a directory, not a "
          "regular file\r\n"},
-        {[&] { place(SELFSTUDY_FILE, Placed::fifo); }, "it is a FIFO"},
         {[&] { place(SELFSTUDY_FILE, Placed::text, image + "x"); },
          "it is larger than 6912000 bytes\r\n"},
     };
