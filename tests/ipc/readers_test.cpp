@@ -3,7 +3,6 @@
 // twin's video encoder.
 #include <sys/sem.h>
 
-#include <chrono>
 #include <cstring>
 #include <optional>
 
@@ -146,7 +145,6 @@ TEST_F(LaserReader, ReadersGoOnWhileAnotherHolderKeepsTheChannelSemaphores) {
     global_laser_distance = 321;
     current_focus_mode = MANUAL_FOCUS_MODE;
     VrelFocusValues record{};
-    const auto start = std::chrono::steady_clock::now();
     EXPECT_EQ(read(), 321);
     EXPECT_THAT(output_,
                 HasSubstr("Error:GetCurrentLaserDistance the semaphore of the channel with "
@@ -156,7 +154,6 @@ TEST_F(LaserReader, ReadersGoOnWhileAnotherHolderKeepsTheChannelSemaphores) {
     EXPECT_TRUE(call([&] { return area_focus_pass(area_channel); }));
     EXPECT_THAT(output_, HasSubstr("GetAreaFocusUpdateStatus the semaphore"));
     EXPECT_EQ(current_focus_mode, MANUAL_FOCUS_MODE);
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
     EXPECT_EQ(last_laser, 100) << "the filter state is kept";
     for (int sem_id : held) {
         sembuf give{0, 1, 0};

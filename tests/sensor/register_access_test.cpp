@@ -124,7 +124,6 @@ TEST_F(VoiceCoil, PositionsAreClampedSplitAndStoredAndEnableWritesZero) {
     EXPECT_EQ(call([] { return set_586_mator_position(2000); }), 0);
     EXPECT_THAT(coil_writes(), ElementsAre(std::pair{0, 0xFF}, std::pair{1, 0xC0}));
     EXPECT_EQ(motor_position, 1023);
-    EXPECT_EQ(coil([](auto& v) { return v.position(); }), 1023);
     EXPECT_EQ(output_,
               "set_586_mator_position: addr1: 0x00, val:255, addr2 : 0x01, val:192, setpos:2000, "
               "value:1023, cur pos: 1023)\r\n\r\n");
@@ -139,7 +138,6 @@ TEST_F(VoiceCoil, PositionsAreClampedSplitAndStoredAndEnableWritesZero) {
     call([] { return set_586_mator_position(5); });
     EXPECT_THAT(coil_writes(), ElementsAre(std::pair{0, 0x01}, std::pair{1, 0x40}));
     EXPECT_EQ(motor_position, 5);
-    EXPECT_EQ(coil([](auto& v) { return v.position(); }), 5);
 
     EXPECT_FALSE(coil([](auto& v) { return v.enabled(); }));
     EXPECT_EQ(set_586_mator_enable(), 0);
