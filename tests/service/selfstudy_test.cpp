@@ -2,17 +2,12 @@
 // the file "./laserclearinfo" (layout, load at start, the savers, the fatal-signal path).
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <sys/wait.h>
 #include <unistd.h>
-#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iterator>
-#include <thread>
 #include <tuple>
 #include <utility>
 
@@ -341,19 +336,24 @@ TEST_F(SelfStudyFile, TheTemporaryFileIsNeverWrittenThroughWhatIsAtItsName) {
     }
 }
 
-// The handler ends the process: it runs in a child whose output goes to a sandbox file.
+// The handler ends the process: it runs in a child whose output goes to a sandbox file. An
+// interrupted writer keeps the self-study write lock: the handler's wait for it is bounded.
 TEST_F(SelfStudyFile, TheFatalSignalHandlerSavesAChangedStoreAndExitsWithZero) {
     change_store();
     const std::string log = board().sandbox_path("/signal.log");
+    selfstudy_write_try_lock();
     EXPECT_EXIT(
         {
             ::dup2(::open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), STDOUT_FILENO);
             SignalFuncFPE(SIGTERM);
         },
         ::testing::ExitedWithCode(0), "");
+    selfstudy_write_unlock();
     EXPECT_EQ(board().read_file("/signal.log"),
               "\r\nError Capture Start!\r\n"
               "AF Module unexception arrival:15!\r\n"
+              "Warning:the selfstudy write lock is held by an interrupted writer, saving without "
+              "it\r\n"
               "Error Capture Start a\r\n"
               "before exit do ExitSaveSelfStudyInfo\r\n"
               "Error Capture Start b\r\n"
@@ -391,41 +391,6 @@ TEST(SafeMessages, ReadTheSameFromAThreadAndFromASignalHandler) {
         EXPECT_EQ(captured([&] { SafeMessage().text(line.c_str()).say(context); }),
                   std::string(255, 'x'));
     }
-}
-
-// A fatal signal in the middle of a save on the real kernel: the interrupted save keeps the
-// write lock, yet the process ends within 2 s and the store on disk is whole.
-TEST(SelfStudySignal, AFatalSignalDuringASaveEndsTheProcessWithTheStoreWhole) {
-    char where[] = "/dev/shm/zoomaf-signal-XXXXXX";  // memory: the 2 s are not the disk's
-    ASSERT_NE(::mkdtemp(where), nullptr);
-    const std::string store = std::string(where) + "/laserclearinfo";
-    for (int trial = 0; trial < 4; ++trial) {
-        std::filesystem::remove(store);
-        const pid_t child = ::fork();
-        ASSERT_GE(child, 0);
-        if (child == 0) {
-            if (::chdir(where) != 0 || !std::freopen("/dev/null", "w", stdout)) ::_exit(3);
-            ::alarm(2);             // still running then: ended by SIGALRM, a failure below
-            InitGlobalClearinfo();  // creates the file: the old store, all zeros
-            std::memset(selfstudy_point, 0x5A, SELFSTUDY_STORE_BYTES);
-            for (;;) {
-                is_selfstudy_point_update = 1;
-                DealWriteSelfStudyInfo2File();
-            }
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(150 + 40 * trial));
-        ASSERT_EQ(::kill(child, SIGTERM), 0);
-        int status = 0;
-        ASSERT_EQ(::waitpid(child, &status, 0), child);
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << trial;
-        std::ifstream in(store, std::ios::binary);
-        const std::string image{std::istreambuf_iterator<char>(in), {}};
-        ASSERT_EQ(image.size(), size_t{SELFSTUDY_STORE_BYTES}) << trial;
-        EXPECT_TRUE(image.find_first_not_of(image[0]) == std::string::npos &&
-                    (image[0] == 0 || image[0] == 0x5A))
-            << "trial " << trial << ": a torn store";
-    }
-    std::filesystem::remove_all(where);
 }
 
 }  // namespace
