@@ -46,12 +46,10 @@ struct SystemRecord {
         }
         centre_at(2000, 1500);
     }
-    // The record points into this object.
-    SystemRecord(const SystemRecord&) = delete;
+    SystemRecord(const SystemRecord&) = delete;  // the record points into this object
     SystemRecord& operator=(const SystemRecord&) = delete;
 
-    // A 21 x 21 window whose centre is (cx, cy): its edges sum to an odd number, so the
-    // centre is truncated from cx + 0.5 and cy + 0.5. cx and cy at least 10.
+    // A 21 x 21 window centred on (cx, cy), truncated from cx + 0.5 and cy + 0.5; cx, cy >= 10.
     void centre_at(uint16_t cx, uint16_t cy) {
         input.WindowXStart = static_cast<uint16_t>(cx - 10);
         input.WindowXEnd = static_cast<uint16_t>(cx + 11);

@@ -1,6 +1,5 @@
-// The register primitives on the twin's buses (the messages of each access, one open, one
-// transfer and one close per access, the pauses, every failure), the voice coil, and the
-// start-up identification of the sensor over its two buses.
+// The register primitives on the twin's buses (pauses, module-memory reads, failures), the
+// voice coil, and the start-up identification of the sensor.
 #include <gmock/gmock.h>
 #include <cstring>
 #include <functional>
@@ -12,83 +11,31 @@ namespace zoomaf::test {
 namespace {
 
 using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
 using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using twin::FaultRule;
 
-constexpr int kModuleBus = twin::Board::kModuleBus, kSensorIdBus = twin::Board::kSensorIdBus;
-constexpr uint16_t kSensor = 0x1A;
+constexpr int kModuleBus = twin::Board::kModuleBus;
 
 using RegisterAccess = TwinTest;
 
-TEST_F(RegisterAccess, EachAccessIsOneTransferWithItsMessagesAndPause) {
-    const struct {
-        const char* name;
-        int bus;
-        int (*access)();
-        std::vector<twin::I2cMessageRecord> messages;
-        uint64_t pause_ns;
-    } cases[] = {
-        {"sensor write",
-         kModuleBus,
-         [] { return write_imx586_single_reg(0x3E37, 0x01); },
-         {{kSensor, false, {0x3E, 0x37, 0x01}}},
-         20'000},
-        {"sensor read",
-         kModuleBus,
-         [] {
-             uint8_t v;
-             return read_imx586_single_reg(0x3E37, &v);
-         },
-         {{kSensor, false, {0x3E, 0x37}}, {kSensor, true, {0x01}}},
-         0},
-        {"version write",
-         kSensorIdBus,
-         [] { return write_sensor_version_reg(0x0A02, 0x7F); },
-         {{kSensor, false, {0x0A, 0x02, 0x7F}}},
-         2'000'000},
-        {"version read",
-         kSensorIdBus,
-         [] {
-             uint8_t v;
-             return read_sensor_version_reg(0x0136, &v);
-         },
-         {{kSensor, false, {0x01, 0x36}}, {kSensor, true, {0x18}}},
-         2'000'000},
-        {"voice-coil write",
-         kModuleBus,
-         [] { return write_motor_single_reg(2, 0x00); },
-         {{0x0C, false, {0x02, 0x00}}},
-         20'000},
+// The pause after each kind of access, one open of its bus each.
+TEST_F(RegisterAccess, EachAccessPausesAsPrescribed) {
+    uint8_t v = 0;
+    const std::pair<std::function<int()>, uint64_t> cases[] = {
+        {[] { return write_imx586_single_reg(0x3E37, 0x01); }, 20'000},
+        {[&] { return read_imx586_single_reg(0x3E37, &v); }, 0},
+        {[] { return write_sensor_version_reg(0x0A02, 0x7F); }, 2'000'000},
+        {[&] { return read_sensor_version_reg(0x0136, &v); }, 2'000'000},
+        {[] { return write_motor_single_reg(2, 0x00); }, 20'000},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        with<twin::I2cBus>(c.bus, [](twin::I2cBus& bus) { bus.clear_transfers(); });
+    for (const auto& [access, pause_ns] : cases) {
         recorder().clear();
         const uint64_t slept_before = slept_ns();
-        EXPECT_EQ(c.access(), 0);
-        const auto transfers = i2c_transfers(c.bus);
-        ASSERT_EQ(transfers.size(), 1u);
-        ASSERT_EQ(transfers[0].messages.size(), c.messages.size());
-        for (size_t i = 0; i < c.messages.size(); ++i) {
-            EXPECT_EQ(transfers[0].messages[i].addr, c.messages[i].addr);
-            EXPECT_EQ(transfers[0].messages[i].read, c.messages[i].read);
-            EXPECT_EQ(transfers[0].messages[i].data, c.messages[i].data);
-        }
-        EXPECT_EQ(slept_ns() - slept_before, c.pause_ns);
-        EXPECT_THAT(recorder().opens(), ElementsAre("/dev/i2c-" + std::to_string(c.bus)));
+        EXPECT_EQ(access(), 0);
+        EXPECT_EQ(slept_ns() - slept_before, pause_ns);
+        EXPECT_EQ(recorder().opens().size(), 1u);
     }
-}
-
-TEST_F(RegisterAccess, ReadsHandTheByteToTheCaller) {
-    with<twin::Imx586>([](twin::Imx586& s) { s.set_gain_code(0x2A5); });
-    uint8_t high = 0, low = 0;
-    ASSERT_EQ(read_imx586_single_reg(0x0204, &high), 0);
-    ASSERT_EQ(read_imx586_single_reg(0x0205, &low), 0);
-    EXPECT_EQ(std::pair(high, low), std::pair(uint8_t{0x02}, uint8_t{0xA5}));
-    EXPECT_EQ(call([] { return read_imx586_single_reg(0x0205, nullptr); }), -1);
-    EXPECT_EQ(output_, "read sensor reg 0x205: no result byte given\r\n");
 }
 
 TEST_F(RegisterAccess, ModuleMemoryReadSendsOneAddressByteAndCopiesTheData) {
@@ -103,19 +50,19 @@ TEST_F(RegisterAccess, ModuleMemoryReadSendsOneAddressByteAndCopiesTheData) {
     ASSERT_EQ(transfers.size(), 1u);
     const auto& m = transfers[0].messages;
     ASSERT_EQ(m.size(), 2u);
-    EXPECT_EQ(m[0].addr, 0x50);
     EXPECT_THAT(m[0].data, ElementsAre(0x05));
-    EXPECT_TRUE(m[1].read);
     EXPECT_EQ(std::vector<uint8_t>(buf, buf + 4), m[1].data);
     EXPECT_EQ(buf[4], 0xEE) << "only the length asked for is copied";
     EXPECT_EQ(slept_ns() - slept_before, 2'000'000u);
 
-    // The whole receive buffer may be asked for, no more and nothing.
+    // The whole receive buffer may be asked for, no more and nothing; no result byte either.
     EXPECT_EQ(iic_read_single_reg(0x00, 64, buf), 0);
     EXPECT_EQ(call([&] { return iic_read_single_reg(0x00, 65, buf); }), -1);
     EXPECT_NE(output_.find("length 65"), std::string::npos);
     EXPECT_EQ(call([&] { return iic_read_single_reg(0x00, 0, buf); }), -1);
     EXPECT_EQ(call([] { return iic_read_single_reg(0x00, 4, nullptr); }), -1);
+    EXPECT_EQ(call([] { return read_imx586_single_reg(0x0205, nullptr); }), -1);
+    EXPECT_EQ(output_, "read sensor reg 0x205: no result byte given\r\n");
     EXPECT_EQ(i2c_transfers(kModuleBus).size(), 2u) << "refused before the bus";
 }
 
@@ -177,7 +124,6 @@ TEST_F(VoiceCoil, PositionsAreClampedSplitAndStoredAndEnableWritesZero) {
     EXPECT_EQ(call([] { return set_586_mator_position(2000); }), 0);
     EXPECT_THAT(coil_writes(), ElementsAre(std::pair{0, 0xFF}, std::pair{1, 0xC0}));
     EXPECT_EQ(motor_position, 1023);
-    EXPECT_EQ(coil([](auto& v) { return v.position(); }), 1023);
     EXPECT_EQ(output_,
               "set_586_mator_position: addr1: 0x00, val:255, addr2 : 0x01, val:192, setpos:2000, "
               "value:1023, cur pos: 1023)\r\n\r\n");
@@ -192,7 +138,6 @@ TEST_F(VoiceCoil, PositionsAreClampedSplitAndStoredAndEnableWritesZero) {
     call([] { return set_586_mator_position(5); });
     EXPECT_THAT(coil_writes(), ElementsAre(std::pair{0, 0x01}, std::pair{1, 0x40}));
     EXPECT_EQ(motor_position, 5);
-    EXPECT_EQ(coil([](auto& v) { return v.position(); }), 5);
 
     EXPECT_FALSE(coil([](auto& v) { return v.enabled(); }));
     EXPECT_EQ(set_586_mator_enable(), 0);
@@ -201,34 +146,15 @@ TEST_F(VoiceCoil, PositionsAreClampedSplitAndStoredAndEnableWritesZero) {
 
 using SensorIdentification = TwinTest;
 
-// (register, written value or -1 for a read) of each transfer on a bus.
-std::vector<std::pair<int, int>> accesses(const std::vector<twin::I2cTransferRecord>& transfers) {
-    std::vector<std::pair<int, int>> all;
-    for (const auto& t : transfers) {
-        const auto& first = t.messages.at(0).data;
-        all.emplace_back(first.at(0) << 8 | first.at(1), t.messages.size() == 2 ? -1 : first.at(2));
-    }
-    return all;
-}
-
-TEST_F(SensorIdentification,
-       ReadsTheIdentificationPageOverBus2WithHoldsOverBus9AndOnlyTheLastTypeByteCounts) {
+// Only the last type byte, 0x0A29, counts; a failed read of it leaves the cleared byte.
+TEST_F(SensorIdentification, OnlyTheLastTypeByteCountsAndAFailedReadIsReported) {
+    with<twin::SensorIdRegisters>([](auto& s) { s.set_otp_byte(0x7F, 0x0A28, 0x41); });
     EXPECT_EQ(call(read_sensor_id), 0);
     EXPECT_EQ(output_,
               "read otp-read-status:1\r\n"
               "\r\nover read sensor chip type:0x40!\r\n"
               "Success:true sensor chip type!\r\n");
-    std::vector<std::pair<int, int>> expected = {
-        {0x0136, -1}, {0x0137, -1}, {0x0A02, 0x7F}, {0x0A00, 0x01}, {0x0A01, -1}};
-    for (int reg = 0x0A1F; reg <= 0x0A29; ++reg) expected.emplace_back(reg, -1);
-    EXPECT_THAT(accesses(i2c_transfers(2)), ElementsAreArray(expected));
-    // One hold on and off around each of the eleven reads, on the other bus.
-    std::vector<std::pair<int, int>> holds;
-    for (int i = 0; i < 11; ++i) holds.insert(holds.end(), {{0x0104, 1}, {0x0104, 0}});
-    EXPECT_THAT(accesses(i2c_transfers(9)), ElementsAreArray(holds));
-    EXPECT_EQ(with<twin::SensorIdRegisters>([](auto& s) { return s.otp_reads_started(); }), 1u);
-
-    // 0x0A24..0x0A28 may hold 0x40 or anything else: only the last byte, 0x0A29, counts.
+    EXPECT_EQ(i2c_transfers(9).size(), 22u) << "a hold on and off around each of the 11 reads";
     with<twin::SensorIdRegisters>([](auto& s) {
         s.set_otp_byte(0x7F, 0x0A28, 0x40);
         s.set_chip_type(0x41);
@@ -236,20 +162,12 @@ TEST_F(SensorIdentification,
     call(read_sensor_id);
     EXPECT_THAT(output_, EndsWith("\r\nover read sensor chip type:0x41!\r\n"
                                   "Error:error sensor chip type!\r\n"));
-}
-
-TEST_F(SensorIdentification, FailedReadsAreReportedAndTheServiceGoesOn) {
-    // The sixteenth transfer on bus 2 is the read of 0x0A29: the cleared byte stays.
+    // The sixteenth transfer on bus 2 is the read of 0x0A29.
     board().inject({.op = twin::FaultRule::Op::ioctl, .target = "/dev/i2c-2", .skip = 15});
     EXPECT_EQ(call(read_sensor_id), 0);
     EXPECT_THAT(output_, HasSubstr("~ioctl read error addr:0xa29,ret:-1\r\n"));
     EXPECT_THAT(output_, EndsWith("\r\nover read sensor chip type:0x0!\r\n"
                                   "Error:error sensor chip type!\r\n"));
-    // An absent sensor.
-    unplug_i2c(2, 0x1A);
-    EXPECT_EQ(call(read_sensor_id), 0);
-    EXPECT_THAT(output_, HasSubstr("read otp-read-status:0\r\n"));
-    EXPECT_THAT(output_, HasSubstr("Error:error sensor chip type!\r\n"));
 }
 
 }  // namespace

@@ -1,22 +1,13 @@
-// The self-study store: learning into the memory (the first offer, the better-focus rule,
-// the row of the current zoom, the refused lasers, the look-up and the plausibility test),
-// and the file "./laserclearinfo" (its byte layout, the load at start, the savers and their
-// whole-file replacement, the exit save, the fatal-signal path).
+// The self-study store: learning into the memory, the look-up and the plausibility test, and
+// the file "./laserclearinfo" (layout, load at start, the savers, the fatal-signal path).
 #include <fcntl.h>
 #include <gmock/gmock.h>
-#include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
-#include <atomic>
-#include <chrono>
 #include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <iterator>
-#include <thread>
 #include <tuple>
 #include <utility>
 
@@ -87,7 +78,7 @@ TEST_F(SelfStudy, TheFirstOfferIsLearnedAndOnlyABetterFocusReplacesIt) {
     EXPECT_EQ(entry(77), std::make_tuple(1, 1180, -1, 1));
 }
 
-TEST_F(SelfStudy, LasersWithoutDistanceOutOfTheStoreOrAfterTheStopAreRefused) {
+TEST_F(SelfStudy, RefusedLasersAndTheLookUpOfLearnedAndUnlearnedSteps) {
     for (int32_t laser : {4, 1600, -1, 1601}) EXPECT_EQ(offer(0, 200, 500, laser), -1) << laser;
     EXPECT_EQ(output_,
               "Error: update_selfstudy_info_memofy laser:1601 is out of range(0-1599)!\r\n");
@@ -98,9 +89,7 @@ TEST_F(SelfStudy, LasersWithoutDistanceOutOfTheStoreOrAfterTheStopAreRefused) {
     EXPECT_EQ(offer(0, 200, 500, 5), -1) << "no store, nothing learned";
     EXPECT_EQ(get_selfstudy_motor(25, 5), SELFSTUDY_NOT_LEARNED);
     selfstudy_point = store;
-}
-
-TEST_F(SelfStudy, ALearnedStepIsFoundAndAnUnlearnedOneIsMinus3000) {
+    // A learned step is found, an unlearned one is -3000.
     EXPECT_EQ(call([] { return get_selfstudy_motor(25, 1599); }), SELFSTUDY_NOT_LEARNED);
     EXPECT_EQ(output_, "");
     offer(3, 400, 2222, 1599);
@@ -200,7 +189,7 @@ TEST_F(SelfStudyFile, WithoutAFileTheStartCreatesAnEmptyOneAndCatchesFatalSignal
     selfstudy_point = store;
 }
 
-TEST_F(SelfStudyFile, TheStartLoadsTheFileByItsLayoutAndPrintsTheLearnedEntries) {
+TEST_F(SelfStudyFile, TheStartLoadsTheFileByItsLayoutWhatAShortFileHasAndPrintsTheEntries) {
     std::string image(SELFSTUDY_STORE_BYTES, '\0');
     learn(image, 0, 5, 1, -1200, 700, -3);
     learn(image, 174, 1599, 1, 2900, 0x1'0000'0000ll, 12);
@@ -219,32 +208,22 @@ TEST_F(SelfStudyFile, TheStartLoadsTheFileByItsLayoutAndPrintsTheLearnedEntries)
     EXPECT_EQ(store_memory(), image);
     EXPECT_EQ(get_selfstudy_motor(30, 9), SELFSTUDY_NOT_LEARNED);
     EXPECT_TRUE(recorder().writes_to("./laserclearinfo.tmp").empty()) << "loading writes nothing";
-}
 
-TEST_F(SelfStudyFile, AShortFileLoadsWhatItHasAndAnUnopenableOneNothing) {
-    std::string image(38400, '\0');
+    // A short file loads what it has; one that cannot be opened nothing.
+    image.resize(38400);
     learn(image, 0, 8, 1, 100, 200, 0);
     board().write_file(SELFSTUDY_FILE, image);
     EXPECT_EQ(call(InitGlobalClearinfo), 0);
     EXPECT_THAT(output_, StartsWith("Warning:the selfstudyinfo file ./laserclearinfo holds 38400 "
                                     "of 6912000 bytes, the rest starts unlearned\r\n"));
     EXPECT_EQ(call([] { return get_selfstudy_motor(0, 8); }), 100);
+    EXPECT_EQ(get_selfstudy_motor(174, 1599), SELFSTUDY_NOT_LEARNED);
 
     board().inject({.op = twin::FaultRule::Op::open, .target = SELFSTUDY_FILE});
     EXPECT_EQ(call(InitGlobalClearinfo), 0);
     EXPECT_EQ(output_, "");
     EXPECT_EQ(get_selfstudy_motor(0, 8), SELFSTUDY_NOT_LEARNED);
     EXPECT_EQ(store_file(), image);
-}
-
-TEST_F(SelfStudyFile, ThePeriodicSaveReplacesTheFileWholeEvenWhenNothingChanged) {
-    allocate_store();
-    board().write_file(SELFSTUDY_FILE, "old");
-    EXPECT_EQ(call(DealWriteSelfStudyInfo2File), 0);
-    EXPECT_EQ(output_, "DealWriteSelfStudyInfo2File update\r\n");
-    EXPECT_EQ(store_file(), store_memory());
-    EXPECT_EQ(recorder().renames(), (std::vector<std::pair<std::string, std::string>>{
-                                        {"./laserclearinfo.tmp", "./laserclearinfo"}}));
 }
 
 TEST_F(SelfStudyFile, ASaveInterruptedAfterTheTemporaryFileLeavesTheOldStore) {
@@ -263,13 +242,6 @@ TEST_F(SelfStudyFile, ASaveInterruptedAfterTheTemporaryFileLeavesTheOldStore) {
         EXPECT_EQ(store_file(), old);
         EXPECT_EQ(is_selfstudy_point_update, 1) << "a later save tries again";
     }
-
-    board().inject({.op = twin::FaultRule::Op::open});
-    EXPECT_EQ(call(DealWriteSelfStudyInfo2File), 0);
-    EXPECT_THAT(output_, HasSubstr("Error:DealWriteSelfStudyInfo2File,can't open the selfstudyinfo "
-                                   "file:./laserclearinfo!\r\n"));
-    EXPECT_EQ(store_file(), old);
-    EXPECT_EQ(is_selfstudy_point_update, 1);
 
     EXPECT_EQ(call(DealWriteSelfStudyInfo2File), 0);
     EXPECT_EQ(store_file(), store_memory()) << "the next save goes through";
@@ -305,9 +277,7 @@ TEST_F(SelfStudyFile, TheExitSaveWritesOnlyAChangedStoreAndEndsLearning) {
     EXPECT_EQ(is_deal_selfstudy, 0);
 }
 
-// A store that is there but could not be read at start is kept as it is: no save puts the
-// memory's (empty) store over it. Under root a mode-000 file is readable, so the refused
-// open is injected at the seam; the permission itself is tried when not root.
+// A store that could not be read at start is never replaced by the memory's (empty) one.
 TEST_F(SelfStudyFile, AStoreThatCouldNotBeReadAtStartIsNeverReplaced) {
     std::string image(SELFSTUDY_STORE_BYTES, '\0');
     learn(image, 3, 7, 1, 1234, 500, 2);
@@ -325,7 +295,6 @@ TEST_F(SelfStudyFile, AStoreThatCouldNotBeReadAtStartIsNeverReplaced) {
         {[&] { place(SELFSTUDY_FILE, Placed::directory); },
          "the selfstudyinfo file ./laserclearinfo is not loaded: it is a directory, not a "
          "regular file\r\n"},
-        {[&] { place(SELFSTUDY_FILE, Placed::fifo); }, "it is a FIFO"},
         {[&] { place(SELFSTUDY_FILE, Placed::text, image + "x"); },
          "it is larger than 6912000 bytes\r\n"},
     };
@@ -350,24 +319,9 @@ TEST_F(SelfStudyFile, AStoreThatCouldNotBeReadAtStartIsNeverReplaced) {
     std::filesystem::remove_all(path);
     EXPECT_EQ(call(DealWriteSelfStudyInfo2File), 0);
     EXPECT_EQ(store_file(), store_memory());
-
-    if (::geteuid() == 0) return;
-    for (mode_t mode : {0000, 0444}) {
-        SCOPED_TRACE(mode);
-        board().write_file(SELFSTUDY_FILE, image);
-        ASSERT_EQ(::chmod(path.c_str(), mode), 0);
-        quietly([] { InitGlobalClearinfo(); });
-        change_store();
-        EXPECT_EQ(call(DealWriteSelfStudyInfo2File), 0);
-        EXPECT_THAT(output_, HasSubstr(mode == 0 ? "could not be read at start"
-                                                 : "may not be written: Permission denied"));
-        ::chmod(path.c_str(), 0644);
-        EXPECT_EQ(store_file(), image);
-    }
 }
 
-// Whatever is left at the temporary file's name (a link planted to overwrite another file,
-// the leftover of a save that was killed) is removed, never written through.
+// Whatever is at the temporary file's name (a planted link, a leftover) is removed.
 TEST_F(SelfStudyFile, TheTemporaryFileIsNeverWrittenThroughWhatIsAtItsName) {
     change_store();
     board().write_file("/victim", "keep me");
@@ -382,20 +336,24 @@ TEST_F(SelfStudyFile, TheTemporaryFileIsNeverWrittenThroughWhatIsAtItsName) {
     }
 }
 
-// The handler runs in a child process (it ends the process); the child's standard output
-// goes to a file of the sandbox so that the parent can read the messages.
+// The handler ends the process: it runs in a child whose output goes to a sandbox file. An
+// interrupted writer keeps the self-study write lock: the handler's wait for it is bounded.
 TEST_F(SelfStudyFile, TheFatalSignalHandlerSavesAChangedStoreAndExitsWithZero) {
     change_store();
     const std::string log = board().sandbox_path("/signal.log");
+    selfstudy_write_try_lock();
     EXPECT_EXIT(
         {
             ::dup2(::open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0644), STDOUT_FILENO);
             SignalFuncFPE(SIGTERM);
         },
         ::testing::ExitedWithCode(0), "");
+    selfstudy_write_unlock();
     EXPECT_EQ(board().read_file("/signal.log"),
               "\r\nError Capture Start!\r\n"
               "AF Module unexception arrival:15!\r\n"
+              "Warning:the selfstudy write lock is held by an interrupted writer, saving without "
+              "it\r\n"
               "Error Capture Start a\r\n"
               "before exit do ExitSaveSelfStudyInfo\r\n"
               "Error Capture Start b\r\n"
@@ -403,31 +361,7 @@ TEST_F(SelfStudyFile, TheFatalSignalHandlerSavesAChangedStoreAndExitsWithZero) {
     EXPECT_EQ(store_file(), store_memory());
 }
 
-// Learning on the loop's thread while the application saves: no entry is torn and nothing
-// races (the ThreadSanitizer build runs this too).
-TEST_F(SelfStudyFile, LearningWhileSavingDoesNotRace) {
-    allocate_store();
-    current_multiple = 1.0f;
-    std::atomic<bool> stop{false};
-    (void)captured([&] {
-        std::thread loop([&] {
-            for (int laser = 0; !stop.load() || laser < 50; laser = (laser + 1) % 1500) {
-                update_selfstudy_info_memofy(-laser, 200 + laser, 1000u + laser, laser + 5, 1.0f);
-                get_selfstudy_motor(0, laser + 5);
-                if (stop.load() && laser == 49) break;
-            }
-        });
-        for (int i = 0; i < 3; ++i) DealWriteSelfStudyInfo2File();
-        stop = true;
-        loop.join();
-    });
-    EXPECT_EQ(call(DealWriteSelfStudyInfo2File), 0);
-    EXPECT_EQ(store_file(), store_memory());
-}
-
-// The lock counters order cooperative writers; the signal handler's wait for the
-// self-study write lock gives up after its bound instead of waiting for a thread that will
-// never run again.
+// The lock counters; the signal handler's wait for the self-study write lock is bounded.
 TEST_F(SelfStudy, LockCountersAndTheBoundedWaitForTheWriteLock) {
     EXPECT_EQ(ptz_try_lock(), 1);
     EXPECT_EQ(ptz_unlock(), 0);
@@ -443,77 +377,20 @@ TEST_F(SelfStudy, LockCountersAndTheBoundedWaitForTheWriteLock) {
     EXPECT_EQ(selfstudy_write_unlock(), 0);
 }
 
-// The handler's messages: the same bytes from a thread (stdio) and from a signal handler
-// (write(2)), numbers to the smallest int64, errno texts, a line cut at its buffer.
+// The handler's messages read the same from a thread and a signal handler; a line is cut.
 TEST(SafeMessages, ReadTheSameFromAThreadAndFromASignalHandler) {
     for (const Context context : {Context::thread, Context::signal_handler}) {
         const std::string out = captured([&] {
-            SafeMessage()
-                .text("n ")
-                .number(INT64_MIN)
-                .text(" ")
-                .number(0)
-                .text(" ")
-                .number(-7)
-                .text(" ")
-                .number(1234)
-                .text(" ")
-                .error(ENOENT)
-                .text(" ")
-                .error(99999)
-                .text("\n")
-                .say(context);
+            SafeMessage message;
+            for (int64_t n : {INT64_MIN, int64_t{0}, int64_t{-7}, int64_t{1234}})
+                message.number(n).text(" ");
+            message.error(ENOENT).text(" ").error(99999).text("\n").say(context);
         });
-        EXPECT_EQ(out, "n -9223372036854775808 0 -7 1234 No such file or directory error 99999\n");
+        EXPECT_EQ(out, "-9223372036854775808 0 -7 1234 No such file or directory error 99999\n");
         const std::string line(300, 'x');
         EXPECT_EQ(captured([&] { SafeMessage().text(line.c_str()).say(context); }),
                   std::string(255, 'x'));
     }
-}
-
-// A fatal signal in the middle of a save, on the real kernel: the interrupted save holds the
-// self-study write lock and never gives it back, yet the process ends within 2 s and the
-// store on disk is whole, the old one or the new one.
-TEST(SelfStudySignal, AFatalSignalDuringASaveEndsTheProcessWithTheStoreWhole) {
-    char where[] = "/dev/shm/zoomaf-signal-XXXXXX";  // memory: the 2 s are not the disk's
-    ASSERT_NE(::mkdtemp(where), nullptr);
-    const std::string store = std::string(where) + "/laserclearinfo";
-    for (int trial = 0; trial < 4; ++trial) {
-        std::filesystem::remove(store);
-        const pid_t child = ::fork();
-        ASSERT_GE(child, 0);
-        if (child == 0) {
-            if (::chdir(where) != 0 || !std::freopen("/dev/null", "w", stdout)) ::_exit(3);
-            InitGlobalClearinfo();  // creates the file: the old store, all zeros
-            std::memset(selfstudy_point, 0x5A, SELFSTUDY_STORE_BYTES);
-            for (;;) {
-                is_selfstudy_point_update = 1;
-                DealWriteSelfStudyInfo2File();
-            }
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(150 + 40 * trial));
-        ASSERT_EQ(::kill(child, SIGTERM), 0);
-        const auto signalled = std::chrono::steady_clock::now();
-        int status = 0;
-        pid_t ended = 0;
-        while ((ended = ::waitpid(child, &status, WNOHANG)) == 0 &&
-               std::chrono::steady_clock::now() - signalled < std::chrono::seconds(2)) {
-            std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        }
-        if (ended != child) {
-            ::kill(child, SIGKILL);
-            ::waitpid(child, &status, 0);
-            FAIL() << "trial " << trial << ": still running 2 s after SIGTERM";
-        }
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << trial;
-        std::ifstream in(store, std::ios::binary);
-        const std::string image{std::istreambuf_iterator<char>(in), {}};
-        ASSERT_EQ(image.size(), size_t{SELFSTUDY_STORE_BYTES}) << trial;
-        EXPECT_TRUE(image.find_first_not_of(image[0]) == std::string::npos &&
-                    (image[0] == 0 || image[0] == 0x5A))
-            << "trial " << trial << ": a torn store";
-    }
-    std::filesystem::remove_all(where);
 }
 
 }  // namespace
