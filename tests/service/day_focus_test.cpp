@@ -7,7 +7,6 @@
 #include <thread>
 #include <vector>
 
-#include "sensor/pd_readout.hpp"
 #include "tests/support/twin_test.hpp"
 #include "zoomaf/app_pdaf.h"
 #include "zoomaf/assist_info.h"
@@ -76,23 +75,6 @@ protected:
 
     PdLibInputData record_{};
 };
-
-TEST(PdClDecoding, EdgesOfTheElevenBitField) {
-    const struct {
-        uint8_t b0, b1, b2;
-        int64_t pd, cl;
-    } cases[] = {
-        {0xFF, 0xE0, 0x00, -1, 2047},  // raw PD 0
-        {0x00, 0x0F, 0xFC, 1022, 0},   // raw 1023
-        {0x00, 0x10, 0x00, 1023, 0},   // raw 1024
-        {0x00, 0x10, 0x04, -1022, 0},  // raw 1025
-    };
-    for (const auto& c : cases) {
-        const sensor::PdCl decoded = sensor::decode_pd_cl(c.b0, c.b1, c.b2);
-        EXPECT_EQ(decoded.pd, c.pd);
-        EXPECT_EQ(decoded.cl, c.cl);
-    }
-}
 
 TEST(WindowChoice, ClosestToTheAveragePdWithTiesToTheSmallerMagnitude) {
     const struct {

@@ -1,10 +1,13 @@
 // The twin's virtual kernel where the service's tests would not notice it going wrong: the
-// sandbox, sysfs GPIO, System V IPC, the fault rules, the I2C buses and register files.
+// sandbox, sysfs GPIO, System V IPC, the I2C buses and register files, and
+// the clock's real-time mode, which the bench and the demos run in (ctest runs it alone).
 #include <sys/shm.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <cstring>
 #include <filesystem>
+#include <thread>
 
 #include "board_io.hpp"
 #include "gmock/gmock.h"
@@ -139,6 +142,27 @@ TEST_F(I2cBusTest, MisuseIsRecordedAndReadOnlyRegistersKeepTheirValue) {
                 ElementsAre(HasSubstr("read-only register 0x0A01 (OTP read status)"),
                             HasSubstr("0x0200, which the chip does not have"),
                             HasSubstr("module EEPROM: address 0x2001"), HasSubstr("2 bytes")));
+}
+
+// Switching to real time and back never jumps; virtual time stands still between sleeps.
+constexpr auto real_ns = &Clock::real_monotonic_ns;
+
+TEST(RealTimeClock, ASleepTakesItsRealTimeDividedByTheSpeedAndModesSwitchContinuously) {
+    Kernel board;
+    board.sleep_ns(5'000'000'000ull);
+    const uint64_t before = board.now_ns(), real_start = real_ns();
+    board.set_real_time(10.0);
+    EXPECT_LT(board.now_ns() - before, 50'000'000u) << "no jump when switching";
+    EXPECT_EQ(board.sleep_ns(40'000'000), 0);  // 4 ms of real time
+    const uint64_t real_elapsed = real_ns() - real_start, elapsed = board.now_ns() - before;
+    EXPECT_GE(real_elapsed, 4'000'000u);
+    EXPECT_LT(real_elapsed, 14'000'000u) << "room for a loaded machine";
+    EXPECT_GE(elapsed, 40'000'000u);
+    EXPECT_LE(elapsed, real_elapsed * 10 + 1'000'000u);
+    board.set_virtual_time();
+    const uint64_t frozen = board.now_ns();
+    std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    EXPECT_EQ(board.now_ns(), frozen) << "virtual time stands still between sleeps";
 }
 
 }  // namespace

@@ -57,28 +57,6 @@ TEST_F(Spidev, WithoutLsbFirstTheChipSeesBitReversedBytes) {
     EXPECT_EQ(test::chip_read(board, spi, 0x0B), 0x0480) << "right again in LSB-first mode";
 }
 
-TEST(MotorDrive, OnlyRisingEdgesMoveAndEndStopsHoldTheMotors) {
-    MotorRig rig(BoardConfig{.zoom_start = -5400, .focus_start = 3000});
-    rig.program(kPsumAB, 16, true);  // focus up
-    rig.program(kPsumCD, 16, true);  // zoom down
-    for (int level : {1, 1, 0})      // one rising edge: staying high or falling moves nothing
-        test::set_value(rig.board, Board::kVdGpio, level);
-    EXPECT_EQ(rig.board.with<DriverChip>([](auto& c) { return c.vd_pulses(); }), 1u);
-    EXPECT_EQ(position(rig.board, Motor::focus), 3016);
-    EXPECT_EQ(position(rig.board, Motor::zoom), -5416);
-    rig.board.advance_ns(10'000'000);
-    rig.vd();
-    EXPECT_EQ(position(rig.board, Motor::focus), 3022);
-    EXPECT_EQ(position(rig.board, Motor::zoom), -5430);
-    EXPECT_EQ(rig.motor(Motor::focus, [](auto& m) { return m.clamped_pulses(); }), 10u);
-    EXPECT_EQ(rig.motor(Motor::focus, [](auto& m) { return m.steps_moved(); }), 22u);
-    EXPECT_EQ(rig.motor(Motor::zoom, [](auto& m) { return m.clamped_pulses(); }), 2u);
-    rig.board.advance_ns(10'000'000);
-    rig.program(kPsumCD, 0, false, 0);
-    rig.vd();
-    EXPECT_EQ(position(rig.board, Motor::zoom), -5430) << "psum 0 does not move";
-}
-
 TEST(MotorTiming, APulseOrAChannelWriteBeforeThePulsesFinishIsATimingFault) {
     MotorRig rig(BoardConfig{.zoom_start = 0, .focus_start = 0});
     const uint64_t pulses = DriverChip::pulse_time_ns(16, 400);

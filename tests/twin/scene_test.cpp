@@ -148,7 +148,7 @@ TEST_F(SceneOnBoard, AtTheTrueStepPdIsZeroAndOffItTheServiceLibraryGivesTheDefoc
     EXPECT_EQ(readout_ns, 17'510'000u) << "one 48-window readout";
 }
 
-TEST(SceneFile, ReadsBackWhatItWritesAndABadFileGetsItsPlaceAndFault) {
+TEST(SceneFile, EveryKeyReadsAsWrittenAndBackAgain) {
     const char* const every_key = R"(
 name: every_key
 seed: 7
@@ -174,18 +174,6 @@ duration_s: 20
     const twin::SceneFileResult again = twin::parse_scene(twin::write_scene(scene));
     ASSERT_TRUE(again.scene) << again.error << "\n" << twin::write_scene(scene);
     EXPECT_EQ(*again.scene, scene) << twin::write_scene(scene);
-
-    const std::pair<const char*, const char*> cases[] = {
-        {"subject: {distance_m: 12, colour: red}\n", "1:27: unknown key 'colour' in subject"},
-        {"windows:\n  - {index: [11, 48]}\n", "2:18: window index 48 is outside 0 .. 47"},
-        {"events:\n  - {at: 1, laser: {no_echo: 0.5}}\n",
-         "2:20: a laser that is off needs distance_m"},
-    };
-    for (const auto& [text, message] : cases) {
-        const twin::SceneFileResult result = twin::parse_scene(text, "bad.yaml");
-        EXPECT_FALSE(result.scene) << text;
-        EXPECT_EQ(result.error, std::string("bad.yaml:") + message) << text;
-    }
 }
 
 }  // namespace
