@@ -238,42 +238,6 @@ INSTANTIATE_TEST_SUITE_P(
                       NightCase{300, true, {4, -1, 2}}, NightCase{8, false, {0, -6, -352}},
                       NightCase{40, false, {-5, -4, 2}}, NightCase{300, false, {1, 0, 9}}));
 
-// Zooms x3.5 -> x5 -> x8 -> x11 -> x3.5 -> x8 on a 30 m subject by day, with and without the
-// laser: with it the zooms to x8 land within 2 steps of the truth; every zoom ends in a lock, and
-// the Run variant sees zoom_running_flag during every request.
-class ZoomTour : public ClosedLoop, public ::testing::WithParamInterface<bool> {};
-
-TEST_P(ZoomTour, FocusFollowsEveryZoomThenLocks) {
-    const bool laser = GetParam();
-    play(std::string("subject: {distance_m: 30, texture: 0.8}\n") +
-         (laser ? "laser: {distance_m: 30}\n" : ""));
-    passes_until(locked, 60);
-    int running_seen = 0;
-    const int watch = board().add_periodic(20'000'000, [&](uint64_t) {
-        running_seen = std::max(running_seen, zoom_running_flag.load());
-    });
-    for (float multiple : {5.0f, 8.0f, 11.0f, 3.5f, 8.0f}) {
-        SCOPED_TRACE(multiple);
-        running_seen = 0;
-        zoom(multiple);
-        EXPECT_EQ(running_seen, 1);
-        const double after_zoom = error();
-        if (laser && multiple == 8.0f) {
-            EXPECT_LE(std::abs(after_zoom), 2.0);
-        }
-        const int passes = passes_until(locked, 60);
-        EXPECT_TRUE(locked());
-        EXPECT_LE(std::abs(error()), 2.0);
-        std::printf(
-            "[ figures  ] zoom to x%-4.1f %-8s: error %+.1f after the zoom, %+.1f after "
-            "the lock (%d passes)\n",
-            multiple, laser ? "laser" : "no laser", after_zoom, error(), passes);
-    }
-    board().cancel_periodic(watch);
-}
-
-INSTANTIATE_TEST_SUITE_P(Laser, ZoomTour, ::testing::Bool());
-
 constexpr uint64_t kMs = 1'000'000;
 
 // The service and motors started as the bench does (x3.5); the loop driven pass by pass.
