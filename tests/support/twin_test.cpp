@@ -14,7 +14,6 @@
 
 #include "ipc/ipc_internal.hpp"
 #include "service/selfstudy_internal.hpp"
-#include "twin/module/lens_model.hpp"
 #include "zoomaf/app_pdaf.h"
 #include "zoomaf/assist_info.h"
 #include "zoomaf/imx586.h"
@@ -103,11 +102,13 @@ const LoadTimeGlobals& load_time_globals() {
 // Taken at load, before any test runs.
 [[maybe_unused]] const LoadTimeGlobals& taken_at_load = load_time_globals();
 
-}  // namespace
-
+// Every global of the service back at its load-time value; the self-study memory stays
+// allocated, cleared, so that tests do not leak it.
 void reset_service_globals() {
     load_time_globals().restore();
 }
+
+}  // namespace
 
 std::string data_file(const std::string& name) {
     std::ifstream in(std::string(ZOOMAF_DATA_DIR) + "/" + name, std::ios::binary);
@@ -270,11 +271,6 @@ twin::Laser& TwinTest::laser_on(uint16_t decimetres) {
     last_laser = decimetres;
     board().sleep_ns(100'000'000);
     return *laser_;
-}
-
-int TwinTest::focus_error(double distance_m) {
-    const double truth = twin::in_focus_focus_step(motor_at(twin::Motor::zoom), distance_m);
-    return static_cast<int>(std::lround(motor_at(twin::Motor::focus) - truth));
 }
 
 }  // namespace zoomaf::test

@@ -27,10 +27,6 @@
 
 namespace zoomaf::test {
 
-// Every global of the service back at its load-time value; the self-study memory stays
-// allocated, cleared, so that tests do not leak it.
-void reset_service_globals();
-
 // The content of a file shipped in data/ (a test failure when it cannot be read).
 std::string data_file(const std::string& name);
 
@@ -106,8 +102,6 @@ protected:
     // published and the reader's jump filter started from it; laser_off() removes it.
     twin::Laser& laser_on(uint16_t decimetres);
     void laser_off() { laser_.reset(); }
-    // The focus motor's physical position minus the lens model's in-focus step, rounded.
-    int focus_error(double distance_m);
 
 private:
     void check_recorded_faults();
